@@ -38,10 +38,13 @@ class Date {
 
   // Parses "YYYY-MM-DDTHH:MM:SSZ" (the property-list form). When `zoneMissing` is non-null the
   // trailing 'Z' may be absent and *zoneMissing tells whether it was; otherwise it is required.
-  // Fractional seconds ".123" are accepted. Answers nullopt for anything else, including
-  // out-of-range fields (month 13, second 61).
+  // Fractional seconds ".123" (one digit or more) are accepted. Answers nullopt for anything
+  // else, including out-of-range fields (year 0000, month 13, February 29 of a common year,
+  // hour 24, second 60 or 61). Proleptic Gregorian calendar, UTC.
   static std::optional<Date> parseIso8601(std::string_view text, bool* zoneMissing = nullptr);
-  // "YYYY-MM-DDTHH:MM:SSZ" in UTC, seconds rounded toward negative infinity.
+  // "YYYY-MM-DDTHH:MM:SSZ" in UTC, seconds rounded toward negative infinity. Dates before
+  // 0001-01-01T00:00:00Z or after 9999-12-31T23:59:59Z clamp to those ends, so the text always
+  // parses back; NaN gives the 2001 origin.
   std::string iso8601() const;
 
   friend constexpr auto operator<=>(const Date&, const Date&) = default;

@@ -13,13 +13,13 @@ using OSErr = int16_t;
 inline constexpr OSStatus noErr = 0;
 
 // General.
-inline constexpr OSStatus paramErr = -50;      // bad argument
-inline constexpr OSStatus ioErr = -36;         // I/O failure
-inline constexpr OSStatus eofErr = -39;        // end of file reached early
-inline constexpr OSStatus fnfErr = -43;        // file not found
-inline constexpr OSStatus wrPermErr = -61;     // write permission denied
-inline constexpr OSStatus dskFulErr = -34;     // disk full
-inline constexpr OSStatus memFullErr = -108;   // out of memory / size over a bound
+inline constexpr OSStatus paramErr = -50;     // bad argument
+inline constexpr OSStatus ioErr = -36;        // I/O failure
+inline constexpr OSStatus eofErr = -39;       // end of file reached early
+inline constexpr OSStatus fnfErr = -43;       // file not found
+inline constexpr OSStatus wrPermErr = -61;    // write permission denied
+inline constexpr OSStatus dskFulErr = -34;    // disk full
+inline constexpr OSStatus memFullErr = -108;  // out of memory / size over a bound
 inline constexpr OSStatus userCanceledErr = -128;
 
 // Processes and connections.

@@ -43,7 +43,7 @@ class Status {
 template <class T>
 class Result {
  public:
-  Result(T value) : v_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
+  Result(T value) : v_(std::move(value)) {}        // NOLINT(google-explicit-constructor)
   Result(Status status) : v_(std::move(status)) {  // NOLINT(google-explicit-constructor)
     assert(!std::get<Status>(v_).ok());
   }
