@@ -54,9 +54,10 @@ class Dictionary final : public RefCounted {
   void clear() noexcept;
   void reserve(size_t n);
 
-  // Appends entries whose keys the caller guarantees to be distinct from each other and from
-  // every key present (the readers use this after checking for duplicates themselves).
-  void appendUnique(std::vector<Entry>&& entries);
+  // Replaces the whole contents with `entries`, in their order. A key that occurs twice keeps
+  // its first position and its last value (as setting it twice would). Answers how many
+  // duplicates were merged. The readers fill dictionaries this way.
+  size_t adopt(std::vector<Entry>&& entries);
 
   // Entries in insertion order.
   const Entry& entryAt(size_t i) const noexcept { return entries_[i]; }

@@ -52,11 +52,26 @@ class Value {
  public:
   // nil.
   Value() noexcept : type_(Type::kNil), unsigned_(false), u_{} {}
-  Value(const Value& o) noexcept;
-  Value(Value&& o) noexcept;
+  Value(const Value& o) noexcept : type_(o.type_), unsigned_(o.unsigned_), u_(o.u_) {
+    if (o.hasPayload()) retainPayload();
+  }
+  Value(Value&& o) noexcept : type_(o.type_), unsigned_(o.unsigned_), u_(o.u_) {
+    o.type_ = Type::kNil;
+  }
   Value& operator=(const Value& o) noexcept;
-  Value& operator=(Value&& o) noexcept;
-  ~Value();
+  Value& operator=(Value&& o) noexcept {
+    if (this != &o) {
+      if (hasPayload()) releasePayload();
+      type_ = o.type_;
+      unsigned_ = o.unsigned_;
+      u_ = o.u_;
+      o.type_ = Type::kNil;
+    }
+    return *this;
+  }
+  ~Value() {
+    if (hasPayload()) releasePayload();
+  }
 
   static Value boolean(bool b) noexcept;
   static Value integer(int64_t i) noexcept;
@@ -142,7 +157,11 @@ class Value {
   }
 
  private:
-  friend class detail_access;
+  // Whether a shared heap part hangs off this value (strings, data, containers, objects).
+  bool hasPayload() const noexcept {
+    return type_ == Type::kString || type_ == Type::kData || type_ == Type::kArray ||
+           type_ == Type::kDictionary || type_ == Type::kObject;
+  }
   void retainPayload() const noexcept;
   void releasePayload() noexcept;
 

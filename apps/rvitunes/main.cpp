@@ -1,0 +1,48 @@
+// rvitunes: the command-line face of the framework.
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "CommandLine.h"
+#include "Commands.h"
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: rvitunes <command> [options]\n"
+    "\n"
+    "Reads and checks iTunes library files and other property lists.\n"
+    "\n"
+    "commands:\n"
+    "  plist     lint, print and convert property-list files (XML, binary, JSON)\n"
+    "\n"
+    "options:\n"
+    "  -h, --help     show this help; 'rvitunes <command> --help' shows a command's own\n"
+    "  --version      show the version\n"
+    "\n"
+    "exit status: 0 success, 1 the work failed, 2 wrong usage.\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> args(argv + 1, argv + argc);
+  if (args.empty()) {
+    std::fputs(kUsage, stderr);
+    return rvitunes::cli::kExitUsage;
+  }
+  const std::string& command = args[0];
+  std::vector<std::string> rest(args.begin() + 1, args.end());
+  if (command == "-h" || command == "--help" || command == "help") {
+    std::fputs(kUsage, stdout);
+    return rvitunes::cli::kExitOk;
+  }
+  if (command == "--version") {
+    std::printf("rvitunes %s\n", RVITUNES_VERSION);
+    return rvitunes::cli::kExitOk;
+  }
+  if (command == "plist") return rvitunes::cli::runPlist(rest);
+  std::fprintf(stderr, "rvitunes: unknown command '%s'\n\n%s", command.c_str(), kUsage);
+  return rvitunes::cli::kExitUsage;
+}
