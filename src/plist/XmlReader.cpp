@@ -130,8 +130,14 @@ constexpr std::string_view kReplacement = "\xEF\xBF\xBD";  // U+FFFD
 
 class Parser {
  public:
-  Parser(std::string_view text, const ReadOptions& options)
-      : begin_(text.data()), p_(text.data()), end_(text.data() + text.size()), options_(options) {}
+  // `transcoded` tells that `text` is already the UTF-8 form of another encoding, so the
+  // declaration's encoding name is not checked again.
+  Parser(std::string_view text, const ReadOptions& options, bool transcoded = false)
+      : begin_(text.data()),
+        p_(text.data()),
+        end_(text.data() + text.size()),
+        options_(options),
+        transcoded_(transcoded) {}
 
   ParseResult run();
 
@@ -193,6 +199,7 @@ class Parser {
   const char* p_;
   const char* end_;
   const ReadOptions& options_;
+  const bool transcoded_;
   ParseResult result_;
   std::optional<Diagnostic> error_;
   size_t droppedWarnings_ = 0;
@@ -308,7 +315,8 @@ bool Parser::skipProlog() {
         std::string name(text.substr(q + 1, qe == std::string_view::npos ? 0 : qe - q - 1));
         for (char& ch : name)
           ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
-        if (name != "utf-8" && name != "utf8" && name != "us-ascii" && name != "ascii") {
+        if (!transcoded_ && name != "utf-8" && name != "utf8" && name != "us-ascii" &&
+            name != "ascii") {
           return fail(offset(decl) + enc, "unsupported encoding \"" + name + "\"");
         }
       }
@@ -404,21 +412,29 @@ bool Parser::readCommonTag(TagToken& t) {
     return true;
   };
   switch (p_[1]) {
-    case 'k': return match("<key>", Tag::kKey, "key", false, false);
-    case 'i': return match("<integer>", Tag::kInteger, "integer", false, false);
-    case 's': return match("<string>", Tag::kString, "string", false, false);
+    case 'k':
+      return match("<key>", Tag::kKey, "key", false, false);
+    case 'i':
+      return match("<integer>", Tag::kInteger, "integer", false, false);
+    case 's':
+      return match("<string>", Tag::kString, "string", false, false);
     case 'd':
       return match("<dict>", Tag::kDict, "dict", false, false) ||
              match("<date>", Tag::kDate, "date", false, false) ||
              match("<data>", Tag::kData, "data", false, false);
-    case 't': return match("<true/>", Tag::kTrue, "true", false, true);
-    case 'f': return match("<false/>", Tag::kFalse, "false", false, true);
-    case 'a': return match("<array>", Tag::kArray, "array", false, false);
-    case 'r': return match("<real>", Tag::kReal, "real", false, false);
+    case 't':
+      return match("<true/>", Tag::kTrue, "true", false, true);
+    case 'f':
+      return match("<false/>", Tag::kFalse, "false", false, true);
+    case 'a':
+      return match("<array>", Tag::kArray, "array", false, false);
+    case 'r':
+      return match("<real>", Tag::kReal, "real", false, false);
     case '/':
       return match("</dict>", Tag::kDict, "dict", true, false) ||
              match("</array>", Tag::kArray, "array", true, false);
-    default: return false;
+    default:
+      return false;
   }
 }
 
@@ -857,7 +873,8 @@ bool Parser::parseValues() {
   const bool reportProgress = static_cast<bool>(options_.progress);
   while (true) {
     // The usual gap between elements is a line feed and a few tabs.
-    while (p_ < end_ && (*p_ == '\n' || *p_ == '\t')) ++p_;
+    while (p_ < end_ && (*p_ == '\n' || *p_ == '\t'))
+      ++p_;
     if (p_ + 1 >= end_ || p_[0] != '<' || p_[1] == '!' || p_[1] == '?') {
       bool sawText = false;
       if (!skipMisc(true, &sawText)) return false;
@@ -992,8 +1009,84 @@ ParseResult Parser::run() {
 
 }  // namespace
 
+namespace {
+
+enum class SourceEncoding { kUtf8, kUtf16LE, kUtf16BE, kLatin1 };
+
+// UTF-16 shows itself by a byte-order mark or by the zero bytes around "<?"; Latin-1 only by
+// its declaration.
+SourceEncoding detectEncoding(std::string_view t) {
+  auto byte = [&](size_t i) { return i < t.size() ? static_cast<unsigned char>(t[i]) : 0x100u; };
+  if (byte(0) == 0xFF && byte(1) == 0xFE) return SourceEncoding::kUtf16LE;
+  if (byte(0) == 0xFE && byte(1) == 0xFF) return SourceEncoding::kUtf16BE;
+  if (byte(0) == '<' && byte(1) == 0 && byte(2) == '?' && byte(3) == 0)
+    return SourceEncoding::kUtf16LE;
+  if (byte(0) == 0 && byte(1) == '<' && byte(2) == 0 && byte(3) == '?')
+    return SourceEncoding::kUtf16BE;
+  if (t.substr(0, 5) == "<?xml") {
+    std::string decl(t.substr(0, std::min<size_t>(t.find("?>"), 200)));
+    for (char& c : decl)
+      c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (const char* name : {"iso-8859-1", "latin1", "latin-1", "iso_8859-1"}) {
+      if (decl.find(std::string("\"") + name + "\"") != std::string::npos ||
+          decl.find(std::string("'") + name + "'") != std::string::npos) {
+        return SourceEncoding::kLatin1;
+      }
+    }
+  }
+  return SourceEncoding::kUtf8;
+}
+
+// The UTF-8 form of UTF-16 or Latin-1 text. Unpaired surrogates become U+FFFD.
+std::string toUtf8(std::string_view t, SourceEncoding enc) {
+  std::string out;
+  if (enc == SourceEncoding::kLatin1) {
+    out.reserve(t.size() + t.size() / 8);
+    for (unsigned char c : t)
+      appendUtf8(out, c);
+    return out;
+  }
+  const bool le = enc == SourceEncoding::kUtf16LE;
+  size_t i = (t.size() >= 2 && ((le && static_cast<unsigned char>(t[0]) == 0xFF) ||
+                                (!le && static_cast<unsigned char>(t[0]) == 0xFE)))
+                 ? 2
+                 : 0;
+  auto unit = [&](size_t at) -> uint32_t {
+    unsigned a = static_cast<unsigned char>(t[at]);
+    unsigned b = static_cast<unsigned char>(t[at + 1]);
+    return le ? (a | (b << 8)) : ((a << 8) | b);
+  };
+  out.reserve(t.size() / 2 + 16);
+  for (; i + 1 < t.size(); i += 2) {
+    uint32_t u = unit(i);
+    if (u >= 0xD800 && u <= 0xDBFF && i + 3 < t.size()) {
+      uint32_t lo = unit(i + 2);
+      if (lo >= 0xDC00 && lo <= 0xDFFF) {
+        appendUtf8(out, 0x10000 + ((u - 0xD800) << 10) + (lo - 0xDC00));
+        i += 2;
+        continue;
+      }
+    }
+    if (u >= 0xD800 && u <= 0xDFFF) {
+      out.append(kReplacement);
+    } else {
+      appendUtf8(out, u);
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
 ParseResult XmlReader::read(std::string_view text, const ReadOptions& options) {
-  Parser parser(text, options);
+  const SourceEncoding enc = detectEncoding(text);
+  if (enc == SourceEncoding::kUtf8 || text.size() > options.maxInputBytes) {
+    Parser parser(text, options);
+    return parser.run();
+  }
+  // Offsets then count bytes of the UTF-8 form, not of the file.
+  std::string utf8 = toUtf8(text, enc);
+  Parser parser(utf8, options, true);
   return parser.run();
 }
 

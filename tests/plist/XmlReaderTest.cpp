@@ -109,6 +109,31 @@ TEST(XmlReaderFormat, PrologVariantsAndBareRoot) {
 }
 
 // Each defect the player is known to write is repaired, with a warning at its offset.
+TEST(XmlReaderFormat, OtherEncodingsAreReadThroughTheirUtf8Form) {
+  const std::string utf8 =
+      "<?xml version=\"1.0\" "
+      "encoding=\"UTF-16\"?><plist><string>\xC3\xA9\xF0\x9F\x8E\xB5</string></plist>";
+  std::u16string wide =
+      u"<?xml version=\"1.0\" "
+      u"encoding=\"UTF-16\"?><plist><string>\u00E9\U0001F3B5</string></plist>";
+  std::string le("\xFF\xFE", 2);
+  std::string be("\xFE\xFF", 2);
+  for (char16_t c : wide) {
+    le.push_back(static_cast<char>(c & 0xFF));
+    le.push_back(static_cast<char>(c >> 8));
+    be.push_back(static_cast<char>(c >> 8));
+    be.push_back(static_cast<char>(c & 0xFF));
+  }
+  EXPECT_EQ(readOk(le).stringView(), "\xC3\xA9\xF0\x9F\x8E\xB5");
+  EXPECT_EQ(readOk(be).stringView(), "\xC3\xA9\xF0\x9F\x8E\xB5");
+  EXPECT_EQ(
+      readOk(
+          "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><plist><string>caf\xE9</string></plist>")
+          .stringView(),
+      "caf\xC3\xA9");
+  EXPECT_FALSE(XmlReader::read(utf8).ok());  // UTF-8 bytes that claim to be UTF-16
+}
+
 TEST(XmlReaderRepairs, EachDefectIsRepairedWithItsOffset) {
   struct Case {
     std::string body;    // inside <array>
