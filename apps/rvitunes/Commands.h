@@ -1,0 +1,12 @@
+// The subcommand groups of the rvitunes tool. Each takes the arguments after its own name and
+// answers the process exit status.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace rvitunes::cli {
+
+int runPlist(const std::vector<std::string>& args);
+
+}  // namespace rvitunes::cli
