@@ -16,9 +16,11 @@ inline size_t slotOf(std::string_view text) noexcept {
     std::memcpy(&a, text.data(), 8);
     std::memcpy(&b, text.data() + n - 8, 8);
   } else {
-    for (size_t i = 0; i < n; ++i) a = (a << 8) | static_cast<unsigned char>(text[i]);
+    for (size_t i = 0; i < n; ++i)
+      a = (a << 8) | static_cast<unsigned char>(text[i]);
   }
-  uint64_t h = (a * 0x9E3779B97F4A7C15ULL) ^ (b * 0xC2B2AE3D27D4EB4FULL) ^ (n * 0x165667B19E3779F9ULL);
+  uint64_t h =
+      (a * 0x9E3779B97F4A7C15ULL) ^ (b * 0xC2B2AE3D27D4EB4FULL) ^ (n * 0x165667B19E3779F9ULL);
   return static_cast<size_t>(h >> 40);
 }
 

@@ -456,9 +456,14 @@ bool Parser::decodeText(const char* from, const char* to, std::string& out) {
         auto r = std::from_chars(digits.data(), digits.data() + digits.size(), cp, hex ? 16 : 10);
         if (digits.empty() || r.ec != std::errc() || r.ptr != digits.data() + digits.size() ||
             cp > 0x10FFFF) {
-          warn(offset(q), "bad character reference &" + std::string(ref) + "; kept as text");
-          out.append(q, static_cast<size_t>(semi + 1 - q));
-        } else {
+          // Only the '&' is taken here; what follows is read again as ordinary text, so bad
+          // bytes inside the would-be reference are repaired like any others.
+          warn(offset(q), "bad character reference; '&' kept as text");
+          out.push_back('&');
+          ++q;
+          continue;
+        }
+        {
           if (cp == 38 || cp == 60 || cp == 62) {
             if (result_.entityStyle == EntityStyle::kNone)
               result_.entityStyle = EntityStyle::kNumeric;

@@ -162,6 +162,19 @@ TEST(XmlReaderRepairs, EachDefectIsRepairedWithItsOffset) {
   }
 }
 
+// Found by fuzzing: the bytes after a malformed reference were once copied without their UTF-8
+// check, so the repaired tree did not read back the same after writing.
+TEST(XmlReaderRepairs, BytesAfterABadReferenceAreRepairedToo) {
+  ParseResult r =
+      XmlReader::read(doc("<string>&#\xFF"
+                          "1;</string>"));
+  ASSERT_TRUE(r.ok()) << r.describe();
+  EXPECT_EQ(r.root.stringView(),
+            "&#\xEF\xBF\xBD"
+            "1;");
+  EXPECT_GE(r.warnings.size(), 2u);
+}
+
 TEST(XmlReaderRepairs, DateWithoutZoneIsReadAsUtc) {
   std::string text = doc("<array><date>2019-08-11T15:10:14</date></array>");
   ParseResult r = XmlReader::read(text);
