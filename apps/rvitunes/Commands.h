@@ -8,5 +8,6 @@
 namespace rvitunes::cli {
 
 int runPlist(const std::vector<std::string>& args);
+int runLibrary(const std::vector<std::string>& args);
 
 }  // namespace rvitunes::cli

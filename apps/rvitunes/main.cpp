@@ -17,6 +17,7 @@ constexpr const char* kUsage =
     "\n"
     "commands:\n"
     "  plist     lint, print and convert property-list files (XML, binary, JSON)\n"
+    "  library   find, list, measure and watch the iTunes library file\n"
     "\n"
     "options:\n"
     "  -h, --help     show this help; 'rvitunes <command> --help' shows a command's own\n"
@@ -43,6 +44,7 @@ int main(int argc, char** argv) {
     return rvitunes::cli::kExitOk;
   }
   if (command == "plist") return rvitunes::cli::runPlist(rest);
+  if (command == "library") return rvitunes::cli::runLibrary(rest);
   std::fprintf(stderr, "rvitunes: unknown command '%s'\n\n%s", command.c_str(), kUsage);
   return rvitunes::cli::kExitUsage;
 }

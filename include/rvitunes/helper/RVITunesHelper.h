@@ -1,0 +1,100 @@
+// RVITunesHelper: the framework's main object. It finds the iTunes library file (the host's
+// own setting, then the iApps list of recent libraries, then the default location, then the
+// user), remembers the choice, and tells whether the file changed since the host last read it.
+// It also holds the host's current load and its lists of display items.
+//
+// The host uses it from its user-interface thread: the alert and the open panel it may show are
+// modal. Only the creation of the shared instance is guarded against races.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "rvitunes/base/Date.h"
+#include "rvitunes/helper/RVITunesInfo.h"
+
+namespace rvitunes {
+
+class RVITunesPlaylist;
+class RVITunesTrackItem;
+
+// The user default that remembers the library file in use.
+inline constexpr const char* kiTunesLibraryXMLPathKey = "iTunesLibraryXMLPath";
+// Where iTunes lists its recent libraries: a key of another application's preferences.
+inline constexpr const char* kiAppsDomain = "com.apple.iApps";
+inline constexpr const char* kiTunesRecentDatabasesKey = "iTunesRecentDatabases";
+
+class RVITunesHelper {
+ public:
+  using PlaylistItems = std::vector<std::shared_ptr<RVITunesPlaylist>>;
+  // Track display items by track ID. Ordered by ID, so that listings are reproducible.
+  using TrackItems = std::map<int32_t, std::shared_ptr<RVITunesTrackItem>>;
+
+  // The one main object of the process, made on first use.
+  static std::shared_ptr<RVITunesHelper> sharediTunesHelper();
+
+  // Empty lists, no load, flags 0, and the epoch (1970-01-01) as the last-seen file date.
+  RVITunesHelper();
+  RVITunesHelper(const RVITunesHelper&) = delete;
+  RVITunesHelper& operator=(const RVITunesHelper&) = delete;
+  ~RVITunesHelper();
+
+  // --- fields ------------------------------------------------------------------------------
+  const std::shared_ptr<RVITunesInfo>& itunesInfo() const { return itunesInfo_; }
+  void setItunesInfo(std::shared_ptr<RVITunesInfo> info) { itunesInfo_ = std::move(info); }
+  uint32_t showFlags() const { return showFlags_; }
+  void setShowFlags(uint32_t flags) { showFlags_ = flags; }
+  // The library file's modification date as last taken in; nullopt is nil.
+  const std::optional<Date>& xmlInfodate() const { return xmlInfodate_; }
+  void setXmlInfodate(std::optional<Date> date) { xmlInfodate_ = date; }
+  PlaylistItems& playlistsArray() { return playlistsArray_; }
+  const PlaylistItems& playlistsArray() const { return playlistsArray_; }
+  void setPlaylistsArray(PlaylistItems items) { playlistsArray_ = std::move(items); }
+  TrackItems& tracksInfoDict() { return tracksInfoDict_; }
+  const TrackItems& tracksInfoDict() const { return tracksInfoDict_; }
+  void setTracksInfoDict(TrackItems items) { tracksInfoDict_ = std::move(items); }
+  // Stored for the host and never called by the framework; not owned.
+  void* delegate() const { return delegate_; }
+  void setDelegate(void* delegate) { delegate_ = delegate; }
+
+  // --- the library file --------------------------------------------------------------------
+
+  // $HOME followed by "/Music/iTunes/iTunes Music Library.xml". Never empty.
+  std::string defaultiTunesXmlPath() const;
+
+  // The first library named in the iApps list of recent libraries whose file exists; nullopt
+  // when there is no list or none of its files exists. Entries that are not URLs are skipped.
+  std::optional<std::string> enumeratorPropertyList() const;
+
+  // The library file to use: the user default while its file exists, else the iApps list,
+  // else the default location; when that file is missing too, asks the user (alert, then open
+  // panel). A chosen path whose file exists is stored as the user default. nullopt when the
+  // user cancels.
+  std::optional<std::string> playlistLibraryFilePath();
+
+  // Stores `path` as the user default, when it names an existing file; otherwise does nothing.
+  void setPlaylistLibraryFilePath(const std::optional<std::string>& path);
+
+  // Whether the file playlistLibraryFilePath() answers is newer than xmlInfodate(). May ask
+  // the user, as that call does. False when there is no file.
+  bool isiTunesLibraryFileUpdate();
+
+  // The same test for a file the caller names, with no look-up and no dialog: true when
+  // xmlInfodate() is nil or strictly earlier than the modification date of `path` itself (a
+  // final symbolic link is not followed); false when nothing is there.
+  bool isLibraryFileUpdatedAtPath(const std::string& path) const;
+
+ private:
+  std::shared_ptr<RVITunesInfo> itunesInfo_;
+  uint32_t showFlags_ = 0;
+  std::optional<Date> xmlInfodate_;
+  PlaylistItems playlistsArray_;
+  TrackItems tracksInfoDict_;
+  void* delegate_ = nullptr;
+};
+
+}  // namespace rvitunes
