@@ -47,6 +47,10 @@ void Writer::escaped(std::string_view s) {
       case '>':
         rep = named_ ? "&gt;" : "&#62;";
         break;
+      case '\r':
+        // A raw CR would read back as a line feed; only a reference keeps it.
+        rep = "&#13;";
+        break;
       default:
         continue;
     }
