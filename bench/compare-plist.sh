@@ -34,7 +34,7 @@ if [[ ! -s "$DATA" ]]; then
   python3 "$generator" --tracks 100000 --playlists 1000 --out "$DATA.part"
   mv "$DATA.part" "$DATA"
 fi
-file_bytes=$(stat -c %s "$DATA")
+file_bytes=$(stat -L -c %s "$DATA")
 cat "$DATA" >/dev/null # every reader starts from the page cache
 
 tmp=$(mktemp -d)
