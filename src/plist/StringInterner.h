@@ -26,7 +26,12 @@ class StringInterner {
   Value make(std::string_view text);
 
  private:
-  std::array<Value, kSlots> slots_;
+  struct Slot {
+    uint64_t tag = 0;   // the text's cheap hash, so that a mismatch never touches the string
+    uint32_t hits = 0;  // recent hits; a slot in use is not given up to the first newcomer
+    Value value;
+  };
+  std::array<Slot, kSlots> slots_;
 };
 
 }  // namespace rvitunes::plist
