@@ -1,0 +1,166 @@
+// rvitunes event: sends one Apple Event to an application on the event bus and prints the
+// reply, or lists the applications registered on the bus.
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "CommandLine.h"
+#include "Commands.h"
+#include "rvitunes/ae/Build.h"
+#include "rvitunes/ae/EventManager.h"
+#include "rvitunes/ae/Printer.h"
+
+namespace rvitunes::cli {
+
+namespace {
+
+constexpr const char* kEventUsage =
+    "usage: rvitunes event [--app NAME | --to SIGNATURE] [--no-reply] [--timeout SECONDS]\n"
+    "                      CLASS ID [PARAMS]\n"
+    "       rvitunes event --list\n"
+    "\n"
+    "Sends the event CLASS/ID (four-character codes, e.g. core getd) to a running\n"
+    "application and prints its reply. PARAMS are the event's parameters in the\n"
+    "descriptor-building language, e.g.\n"
+    "  rvitunes event core getd \"'----':obj { form:prop, want:type(prop), seld:type(pVol),\n"
+    "                            from:null() }\"\n"
+    "\n"
+    "  --to SIGNATURE     the application's signature (default hook, the player)\n"
+    "  --app NAME         the application registered under NAME\n"
+    "  --no-reply         send without waiting for a reply\n"
+    "  --timeout SECONDS  how long to wait for the reply (default 60)\n"
+    "  --list             list the registered applications: name, signature, process id\n"
+    "\n"
+    "Applications are found in $XDG_RUNTIME_DIR/rvitunes (or /tmp/rvitunes-UID).\n"
+    "\n"
+    "exit status: 0 success, 1 the send failed or the reply reports an error, 2 wrong usage.\n";
+
+int usageError(const std::string& message) {
+  std::fprintf(stderr, "rvitunes event: %s\n\n%s", message.c_str(), kEventUsage);
+  return kExitUsage;
+}
+
+std::string statusText(OSStatus status) {
+  const std::string_view name = osStatusName(status);
+  return std::to_string(status) + (name.empty() ? "" : " (" + std::string(name) + ")");
+}
+
+int list() {
+  const auto running = ae::EventManager::shared().runningApplications();
+  size_t width = 4;
+  for (const auto& app : running)
+    width = std::max(width, app.name.size());
+  std::printf("%-*s  SIGNATURE  PID\n", static_cast<int>(width), "NAME");
+  for (const auto& app : running) {
+    std::printf("%-*s  %-9s  %d\n", static_cast<int>(width), app.name.c_str(),
+                fourCharDisplay(app.signature).c_str(), static_cast<int>(app.pid));
+  }
+  return kExitOk;
+}
+
+// The text of the reply's 'errs', or "".
+std::string errorText(const ae::Descriptor& reply) {
+  ae::Descriptor text;
+  if (reply.getParamDesc(ae::keyErrorString, ae::typeUTF8Text, &text) != noErr) return "";
+  return std::string(reinterpret_cast<const char*>(text.data().data()), text.dataSize());
+}
+
+}  // namespace
+
+int runEvent(const std::vector<std::string>& args) {
+  CommandLine line({"--app", "--to", "--timeout"}, {"--no-reply", "--list", "--help", "-h"});
+  if (!line.parse(args)) return usageError(line.error());
+  if (line.has("--help") || line.has("-h")) {
+    std::fputs(kEventUsage, stdout);
+    return kExitOk;
+  }
+  if (line.has("--list")) {
+    if (!line.operands().empty() || line.has("--app") || line.has("--to")) {
+      return usageError("--list takes no other arguments");
+    }
+    return list();
+  }
+  if (line.has("--app") && line.has("--to")) return usageError("give --app or --to, not both");
+  const auto& operands = line.operands();
+  if (operands.size() < 2) return usageError("CLASS and ID are needed");
+  const auto eventClass = parseFourCharCode(operands[0]);
+  const auto eventID = parseFourCharCode(operands[1]);
+  if (!eventClass || !eventID) return usageError("CLASS and ID are codes of 1 to 4 characters");
+  std::string params;
+  for (size_t i = 2; i < operands.size(); ++i)
+    params += (i > 2 ? " " : "") + operands[i];
+
+  long timeoutTicks = ae::kAEDefaultTimeout;
+  if (auto text = line.value("--timeout")) {
+    char* end = nullptr;
+    const double seconds = std::strtod(text->c_str(), &end);
+    if (text->empty() || *end != '\0' || !std::isfinite(seconds) || seconds < 0 || seconds > 1e7) {
+      return usageError("--timeout needs a number of seconds");
+    }
+    timeoutTicks = std::lround(seconds * 60);
+  }
+
+  ae::EventManager& manager = ae::EventManager::shared();
+  OSType target = fourCharCode("hook");
+  if (auto name = line.value("--app")) {
+    bool found = false;
+    for (const auto& app : manager.runningApplications()) {
+      if (app.name == *name) {
+        target = app.signature;
+        found = true;
+        break;
+      }
+    }
+    if (!found) {
+      std::fprintf(stderr, "rvitunes event: no application named \"%s\" is running: %s\n",
+                   name->c_str(), statusText(procNotFound).c_str());
+      return kExitFailure;
+    }
+  } else if (auto signature = line.value("--to")) {
+    auto code = parseFourCharCode(*signature);
+    if (!code) return usageError("--to needs a signature of 1 to 4 characters");
+    target = *code;
+  }
+
+  ae::Descriptor event;
+  ae::BuildError buildError;
+  const OSStatus built = ae::buildAppleEvent(
+      *eventClass, *eventID, ae::typeApplSignature,
+      std::span(reinterpret_cast<const uint8_t*>(&target), sizeof target),
+      ae::kAutoGenerateReturnID, ae::kAnyTransactionID, &event, &buildError, params);
+  if (built != noErr) {
+    const std::string_view syntax = ae::buildErrorName(buildError.code);
+    return usageError("cannot build the event: " + statusText(built) +
+                      (syntax.empty() ? "" : ", " + std::string(syntax)) + " at character " +
+                      std::to_string(buildError.position) + " of PARAMS");
+  }
+
+  const bool noReply = line.has("--no-reply");
+  ae::Descriptor reply;
+  const OSStatus sent = manager.send(
+      event, noReply ? nullptr : &reply,
+      (noReply ? ae::kAENoReply : ae::kAEWaitReply) | ae::kAENeverInteract, timeoutTicks);
+  if (sent != noErr) {
+    std::fprintf(stderr, "rvitunes event: sending %s to %s failed: %s\n", printDesc(event).c_str(),
+                 fourCharDisplay(target).c_str(), statusText(sent).c_str());
+    return kExitFailure;
+  }
+  if (noReply) return kExitOk;
+  std::printf("%s\n", printDesc(reply, ae::PrintStyle::kDisplay).c_str());
+  int32_t number = 0;
+  if (reply.getParamPtr(ae::keyErrorNumber, ae::typeSInt32, nullptr, &number, sizeof number,
+                        nullptr) == noErr &&
+      number != 0) {
+    const std::string text = errorText(reply);
+    std::fprintf(stderr, "rvitunes event: the application answered error %s%s%s\n",
+                 statusText(number).c_str(), text.empty() ? "" : ": ", text.c_str());
+    return kExitFailure;
+  }
+  return kExitOk;
+}
+
+}  // namespace rvitunes::cli
