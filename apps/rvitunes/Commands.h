@@ -9,6 +9,7 @@ namespace rvitunes::cli {
 
 int runPlist(const std::vector<std::string>& args);
 int runLibrary(const std::vector<std::string>& args);
+int runPlayer(const std::vector<std::string>& args);
 int runAe(const std::vector<std::string>& args);
 int runEvent(const std::vector<std::string>& args);
 

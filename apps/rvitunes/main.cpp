@@ -18,6 +18,7 @@ constexpr const char* kUsage =
     "commands:\n"
     "  plist     lint, print and convert property-list files (XML, binary, JSON)\n"
     "  library   find, list, measure and watch the iTunes library file\n"
+    "  player    run the reference player on the event bus, or ping the running one\n"
     "  ae        build and print Apple Event descriptors from their text form\n"
     "  event     send an Apple Event to a running application; list the applications\n"
     "\n"
@@ -47,6 +48,7 @@ int main(int argc, char** argv) {
   }
   if (command == "plist") return rvitunes::cli::runPlist(rest);
   if (command == "library") return rvitunes::cli::runLibrary(rest);
+  if (command == "player") return rvitunes::cli::runPlayer(rest);
   if (command == "ae") return rvitunes::cli::runAe(rest);
   if (command == "event") return rvitunes::cli::runEvent(rest);
   std::fprintf(stderr, "rvitunes: unknown command '%s'\n\n%s", command.c_str(), kUsage);
