@@ -54,7 +54,8 @@ usage() {
 Usage: ./do COMMAND [ARGS]
 
   demo               install what is missing, build `ci`, run the command-line tool on the
-                     example library (lint, print, convert to JSON and binary)
+                     example library (lint, print, convert, the library index), then start
+                     the reference player on a copy of it and send it a few events
   test               install what is missing, build and run the tests (`ci`, then `sanitize`
                      with ASan + UBSan), then a 10-second fuzz run per target; ends with a
                      line "N passed, M failed"
@@ -262,6 +263,52 @@ cmd_demo() {
   "$cli" plist convert --format binary1 -o "$tmp/library.plist" "$EXAMPLE_LIBRARY"
   say "$(wc -c <"$EXAMPLE_LIBRARY") bytes of XML -> $(wc -c <"$tmp/library.plist") bytes of bplist00"
   "$cli" plist lint "$tmp/library.plist"
+
+  heading "rvitunes library playlists: what the framework indexes (show flags 0xFFFF)"
+  "$cli" library playlists --file "$EXAMPLE_LIBRARY" --flags 0xFFFF
+
+  demo_player "$cli" "$tmp"
+}
+
+# demo_player CLI SCRATCH: the reference player on a copy of the sample library, on a private
+# event bus, answering a few of the events the framework sends.
+demo_player() {
+  local cli=$1 tmp=$2 pid status
+  local library="$tmp/player/iTunes Music Library.xml"
+  mkdir -p "$tmp/player" "$tmp/run"
+  cp "$EXAMPLE_LIBRARY" "$library"
+  export XDG_RUNTIME_DIR="$tmp/run"
+
+  heading "rvitunes player serve: the reference player on a copy of the sample library"
+  "$cli" player serve --library "$library" &
+  pid=$!
+  for _ in $(seq 50); do
+    "$cli" player ping --timeout 1 >/dev/null 2>&1 && break
+    sleep 0.1
+  done
+  "$cli" player ping
+
+  local get="'----':obj { form:prop, want:type(prop), seld:type(%s), from:%s }"
+  local library_playlist="obj { form:indx, want:type(cLiP), seld:1, from:null() }"
+  local first_track="obj { form:indx, want:type(cTrk), seld:1, from:${library_playlist} }"
+  heading "count the playlists (core/cnte)"
+  "$cli" event core cnte "kocl:type(cPly), '----':null()"
+  heading "name of the library playlist (core/getd pnam)"
+  "$cli" event core getd "$(printf "$get" pnam "$library_playlist")"
+  heading "name and artist of its first track"
+  "$cli" event core getd "$(printf "$get" pnam "$first_track")"
+  "$cli" event core getd "$(printf "$get" pArt "$first_track")"
+  heading "play it (hook/Play), then ask for the state and the current track's name"
+  "$cli" event hook Play "'----':${first_track}"
+  "$cli" event core getd "$(printf "$get" pPlS null\(\))"
+  "$cli" event core getd "$(printf "$get" pnam "obj { form:prop, want:type(prop), seld:type(pTrk), from:null() }")"
+  heading "an object that does not exist answers -1728"
+  "$cli" event core getd "$(printf "$get" pnam "obj { form:indx, want:type(cTrk), seld:100000, from:${library_playlist} }")" || true
+  heading "quit (aevt/quit)"
+  "$cli" event aevt quit ""
+  status=0
+  wait "$pid" || status=$?
+  say "the player exited with status $status"
 }
 
 # ---------------------------------------------------------------------------- bench
