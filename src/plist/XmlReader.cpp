@@ -403,7 +403,7 @@ bool Parser::readCommonTag(TagToken& t) {
   if (left < 8) return false;  // the slow path handles the last few bytes
   auto match = [&]<size_t N>(const char(&lit)[N], Tag tag, std::string_view name, bool closing,
                              bool selfClosing) {
-    if (std::memcmp(p_, lit, N - 1) != 0) return false;
+    if (left < N - 1 || std::memcmp(p_, lit, N - 1) != 0) return false;
     t.tag = tag;
     t.name = name;
     t.closing = closing;

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "rvitunes/plist/Array.h"
 #include "rvitunes/plist/Dictionary.h"
@@ -241,7 +242,9 @@ TEST(XmlReaderErrors, EveryTruncationOfAValidFileFailsCleanly) {
   ASSERT_TRUE(XmlReader::read(text).ok());
   const size_t closing = text.rfind("</plist>");
   for (size_t n = 0; n < closing; ++n) {
-    ParseResult r = XmlReader::read(std::string_view(text).substr(0, n));
+    // Each prefix in a buffer of its own exact size, so that a read past its end is caught.
+    const std::vector<char> prefix(text.begin(), text.begin() + static_cast<ptrdiff_t>(n));
+    ParseResult r = XmlReader::read(std::string_view(prefix.data(), prefix.size()));
     EXPECT_FALSE(r.ok()) << "prefix of " << n << " bytes was accepted";
     EXPECT_LE(r.error->offset, n);
   }
