@@ -9,9 +9,8 @@
 namespace rvitunes {
 
 void RVITunesInfo::initializeLocalIcons() {
-  // The framework ships no icon set that could be loaded without the host: the images come
-  // from the host (see the playlist icons), so there is nothing to do here and the dictionary
-  // is left as it stands.
+  // Nothing to do: the icon dictionary is filled only when the host asks for it
+  // (playlistsDisplayIcons, before it builds its lists), so it is left as it stands.
 }
 
 RVITunesInfo::RVITunesInfo(const std::optional<std::string>& path,

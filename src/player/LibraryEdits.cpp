@@ -11,6 +11,8 @@
 #include "rvitunes/ae/Coercion.h"
 #include "rvitunes/base/FileSystem.h"
 #include "rvitunes/base/Url.h"
+#include "rvitunes/image/Image.h"
+#include "rvitunes/image/Pict.h"
 #include "rvitunes/player/Library.h"
 #include "rvitunes/player/PersistentIdText.h"
 #include "rvitunes/player/PropertyTable.h"
@@ -428,8 +430,22 @@ Result<ae::Descriptor> Library::artworkProperty(const Track& track, size_t index
       return ae::Descriptor::makeType(kClassArtwork);
     case kPropIndex:
       return ae::Descriptor::makeSInt32(static_cast<int32_t>(index + 1));
-    case kPropPicture:
-      return ae::Descriptor::fromBytes(art.format, art.data);
+    case kPropPicture: {
+      // The picture property is a PICT, as the real player answers it; covers found beside a
+      // track as JPEG or PNG are converted here. 'pRaw' keeps their original bytes.
+      if (art.format == fourCharCode("PICT"))
+        return ae::Descriptor::fromBytes(art.format, art.data);
+      Result<image::Image> decoded =
+          image::Image::fromData(std::span<const uint8_t>(art.data.data(), art.data.size()));
+      if (!decoded)
+        return Status::error(errAECantSupplyType,
+                             "Can't make a picture: " + decoded.status().message());
+      Result<std::vector<uint8_t>> pict = image::encodePict(*decoded);
+      if (!pict)
+        return Status::error(errAECantSupplyType,
+                             "Can't make a picture: " + pict.status().message());
+      return ae::Descriptor::fromBytes(fourCharCode("PICT"), *pict);
+    }
     case kPropRawData:
       return ae::Descriptor::fromBytes(fourCharCode("tdta"), art.data);
     case kPropFormat:

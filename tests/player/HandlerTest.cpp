@@ -1,6 +1,7 @@
 // The player's event handlers, driven with the very templates the framework and its scripts
 // build, without a bus: replies, error numbers, and what each event does to the model.
 
+#include "rvitunes/image/Pict.h"
 #include "rvitunes/player/Handler.h"
 
 #include <gtest/gtest.h>
@@ -358,8 +359,12 @@ TEST_F(HandlerTest, ArtworkIsReadSetAndDeletedByIndex) {
   EXPECT_EQ(count(), 1);
   ae::Descriptor first = send(ae::kAECoreSuite, ae::kAEGetData,
                               "'----':obj { form:indx, want:type(cArt), seld:1, from:@ }", owner);
+  // A JPEG cover is answered as a PICT, as the player's picture property always is.
   ae::Descriptor picture = get("pPCT", result(first));
-  EXPECT_EQ(result(picture).type(), ae::typeJPEG);
+  EXPECT_EQ(result(picture).type(), ae::typePict);
+  Result<image::Image> decoded = image::decodePict(result(picture).data());
+  ASSERT_TRUE(decoded.ok()) << decoded.status().toString();
+  EXPECT_EQ(decoded->width(), 4u);
 
   // Setting the picture of artwork 2 adds it.
   const std::vector<uint8_t> pict(600, 0x11);

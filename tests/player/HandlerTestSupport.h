@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <vector>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -19,6 +20,7 @@
 
 #include <gtest/gtest.h>
 
+#include "rvitunes/image/Image.h"
 #include "PlayerTestSupport.h"
 #include "rvitunes/ae/Build.h"
 #include "rvitunes/ae/BusDirectory.h"
@@ -93,8 +95,10 @@ inline std::string writeTestLibrary(const ScratchFolder& folder) {
   const auto number = [&](const std::string& key, int64_t value) {
     return entry(key, "integer", std::to_string(value));
   };
-  // A JPEG signature is enough for the artwork's format.
-  folder.write("music/cover.jpg", std::string("\xFF\xD8\xFF\xE0 cover", 10));
+  // A real (tiny) JPEG cover: the player converts it to a PICT when asked for the picture.
+  const std::vector<uint8_t> jpeg =
+      image::Image(4, 4, image::Rgba{200, 40, 40, 255}).jpegRepresentation().value();
+  folder.write("music/cover.jpg", std::string(jpeg.begin(), jpeg.end()));
   std::string tracks;
   for (const TestTrack& t : kTestTracks) {
     const std::string location =

@@ -60,8 +60,18 @@ class RVITunesInfo {
   static std::shared_ptr<RVITunesInfo> infoWithLibrary(plist::Ref<plist::Dictionary> library);
 
   // Looks for the framework's own icons. Loads nothing: the icon dictionary is filled only by
-  // the host, so RVITunesIcons() stays as it is.
+  // playlistsDisplayIcons, so RVITunesIcons() stays as it is.
   static void initializeLocalIcons();
+
+  // The icon dictionary (RVITunesIcons()), filled on the first call and answered unchanged on
+  // every later one, even when the first found nothing. The fill publishes an empty dictionary
+  // first, then looks up the probe icon "lumo-books" in the framework bundle (FrameworkBundle.h);
+  // without it the dictionary stays empty for the life of the process. Otherwise it loads the
+  // forty icons in the order of playlistIconBaseNames(), the dark variant of each before the
+  // normal one, under keys "Lumo_<base>" and "Lumo_<base>_dark" as IconImage values; a missing
+  // or unreadable file leaves only its own key absent. `sender` is ignored. Calls may come from
+  // any thread; the host's own additions to the dictionary must not race with them.
+  static plist::Ref<plist::Dictionary> playlistsDisplayIcons(const void* sender = nullptr);
 
   // The loaded tree, or null.
   const plist::Ref<plist::Dictionary>& library() const { return library_; }
