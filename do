@@ -271,6 +271,13 @@ cmd_demo() {
   heading "rvitunes library playlists: what the framework indexes (show flags 0xFFFF)"
   "$cli" library playlists --file "$EXAMPLE_LIBRARY" --flags 0xFFFF
 
+  heading "rvitunes player status --embedded: the framework's controller on an in-process player"
+  "$cli" player status --embedded "$EXAMPLE_LIBRARY"
+  heading "rvitunes player search Kate --embedded"
+  "$cli" player search Kate --embedded "$EXAMPLE_LIBRARY"
+  heading "rvitunes player playlists --embedded: the playlist cache's tree"
+  "$cli" player playlists --embedded "$EXAMPLE_LIBRARY"
+
   demo_player "$cli" "$tmp"
 }
 

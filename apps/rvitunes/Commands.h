@@ -12,5 +12,9 @@ int runLibrary(const std::vector<std::string>& args);
 int runPlayer(const std::vector<std::string>& args);
 int runAe(const std::vector<std::string>& args);
 int runEvent(const std::vector<std::string>& args);
+int runScript(const std::vector<std::string>& args);
+int runApps(const std::vector<std::string>& args);
+int runApp(const std::vector<std::string>& args);
+int runIcons(const std::vector<std::string>& args);
 
 }  // namespace rvitunes::cli

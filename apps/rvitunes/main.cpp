@@ -18,9 +18,13 @@ constexpr const char* kUsage =
     "commands:\n"
     "  plist     lint, print and convert property-list files (XML, binary, JSON)\n"
     "  library   find, list, measure and watch the iTunes library file\n"
-    "  player    run the reference player on the event bus, or ping the running one\n"
+    "  player    control the running player (status, play, search, playlists, …); run one\n"
     "  ae        build and print Apple Event descriptors from their text form\n"
     "  event     send an Apple Event to a running application; list the applications\n"
+    "  script    compile and run a script of the framework's AppleScript language\n"
+    "  apps      list the applications running on the event bus\n"
+    "  app       show, hide or quit a running application by name\n"
+    "  icons     list the playlist icons the framework loads; render them as PNG\n"
     "\n"
     "options:\n"
     "  -h, --help     show this help; 'rvitunes <command> --help' shows a command's own\n"
@@ -51,6 +55,10 @@ int main(int argc, char** argv) {
   if (command == "player") return rvitunes::cli::runPlayer(rest);
   if (command == "ae") return rvitunes::cli::runAe(rest);
   if (command == "event") return rvitunes::cli::runEvent(rest);
+  if (command == "script") return rvitunes::cli::runScript(rest);
+  if (command == "apps") return rvitunes::cli::runApps(rest);
+  if (command == "app") return rvitunes::cli::runApp(rest);
+  if (command == "icons") return rvitunes::cli::runIcons(rest);
   std::fprintf(stderr, "rvitunes: unknown command '%s'\n\n%s", command.c_str(), kUsage);
   return rvitunes::cli::kExitUsage;
 }

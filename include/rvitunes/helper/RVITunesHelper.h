@@ -8,17 +8,24 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "rvitunes/ae/Descriptor.h"
 #include "rvitunes/base/Date.h"
+#include "rvitunes/helper/AppleScript.h"
+#include "rvitunes/helper/ApplicationInfo.h"
 #include "rvitunes/helper/RVITunesInfo.h"
 
 namespace rvitunes {
 
+class CZPlaylist;
+class CZTrack;
 class RVITunesPlaylist;
 class RVITunesTrackItem;
 
@@ -87,6 +94,65 @@ class RVITunesHelper {
   // xmlInfodate() is nil or strictly earlier than the modification date of `path` itself (a
   // final symbolic link is not followed); false when nothing is there.
   bool isLibraryFileUpdatedAtPath(const std::string& path) const;
+
+  // --- scripts and application control (RVITunesHelperScripts.cpp) -------------------------
+  // Scripts are composed as text and run by an AppleScript object (AppleScript.h); results are
+  // 0 for success and -1 for failure. Nothing is logged; nothing throws (see the executor).
+
+  // Runs one script source once: its result descriptor, or nullptr with *error filled.
+  using AppleScriptExecutor = std::function<std::shared_ptr<ae::Descriptor>(
+      const std::string& source, AppleScriptError* error)>;
+  // Replaces what runs the scripts of the operations below (an empty executor restores the
+  // built-in one, an AppleScript object on the shared event manager) and answers the previous
+  // one. Exceptions derived from std::exception that an executor throws are swallowed by the
+  // operations; others pass through. Thread-safe.
+  static AppleScriptExecutor setAppleScriptExecutor(AppleScriptExecutor executor);
+
+  // Runs `source` until a run succeeds, at most 51 times with 100 microseconds between runs:
+  // 0 once a run succeeds, -1 when all 51 failed. The script's own result is dropped.
+  static int32_t executeAppleScriptWithString(std::string_view source);
+  // Runs `source` once: its result descriptor, or nullptr when it fails.
+  static std::shared_ptr<ae::Descriptor> executeAppleScriptBackDesc(std::string_view source);
+  // nullopt gives -1. Otherwise creates Rv_ExecuteLock (RvExecuteLock.h) if needed, without
+  // taking it, and answers executeAppleScriptWithString(source).
+  static int32_t executeAppleScriptWithThreadLock(std::optional<std::string_view> source);
+
+  // Plays the file at `path` once in iTunes and rewinds to its start; nullopt gives -1 and runs
+  // nothing. `flag` is not used. Whether iTunes runs is not checked first.
+  static int32_t startPlayTracksByAppleScriptFlag(std::optional<std::string_view> path,
+                                                  std::optional<bool> flag = std::nullopt);
+  // Stops iTunes: -1 at once when it is not running; otherwise the controller's stop, the
+  // script, and the controller's stop again when the script failed. `sender` is not used.
+  static int32_t stopPlayTracksByAppleScript(const void* sender = nullptr);
+  // Activate and make visible, hide, or quit the running application `name` (nullopt:
+  // "iTunes"); -1 without running a script when it is not running.
+  static int32_t showApplicationByAppleScript(std::optional<std::string_view> name);
+  static int32_t hideApplicationByAppleScript(std::optional<std::string_view> name);
+  static int32_t quitApplicationByAppleScript(std::optional<std::string_view> name);
+  // The first running application whose name equals `name` exactly (case matters); nullopt
+  // for nullopt or when none runs. Reads the shared event manager's running applications.
+  static std::optional<ApplicationInfo> applicationInfoByName(std::optional<std::string_view> name);
+
+  // --- the player facade (RVITunesHelperFacade.cpp) ----------------------------------------
+  // Each takes Cadenza::sharedInstance() anew and forwards to the operation of the same name,
+  // answering what the controller answers.
+  static std::shared_ptr<CZPlaylist> libraryPlaylist();
+  static std::shared_ptr<CZPlaylist> currentPlaylist();
+  static std::shared_ptr<CZTrack> currentTrack();
+  static uint32_t versionNumber();
+  static std::optional<std::string> versionString();
+  static void setSoundVolume(int32_t volume);
+  static int32_t soundVolume();
+  static void setEqEnable(bool enabled);
+  static bool eqEnabled();
+  static void previousTrack();
+  static void backTrack();
+  static void nextTrack();
+  static void playPause();
+  static void resume();
+  static void play();
+  static void pause();
+  static void stop();
 
  private:
   std::shared_ptr<RVITunesInfo> itunesInfo_;
