@@ -1,4 +1,5 @@
 #include "rvitunes/ae/Coercion.h"
+#include "rvitunes/base/Utf8.h"
 
 #include <bit>
 #include <charconv>
@@ -89,23 +90,8 @@ bool decodeUtf8(std::string_view text, bool lenient, std::u32string* out) {
 std::string encodeUtf8(const std::u32string& cps) {
   std::string out;
   out.reserve(cps.size());
-  for (const char32_t cp : cps) {
-    if (cp < 0x80) {
-      out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-      out += static_cast<char>(0xC0 | (cp >> 6));
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-      out += static_cast<char>(0xE0 | (cp >> 12));
-      out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | (cp >> 18));
-      out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-  }
+  for (const char32_t cp : cps)
+    appendUtf8(out, cp);
   return out;
 }
 

@@ -17,6 +17,7 @@
 #include "rvitunes/ae/FileReference.h"
 #include "rvitunes/base/Log.h"
 #include "rvitunes/base/Url.h"
+#include "rvitunes/base/Utf8.h"
 #include "rvitunes/cadenza/CZAppleEventObject.h"
 
 namespace rvitunes {
@@ -40,24 +41,6 @@ std::optional<std::string> asciiText(std::span<const uint8_t> bytes) {
     return std::nullopt;
   }
   return std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-}
-
-void appendUtf8(std::string& out, char32_t cp) {
-  if (cp < 0x80) {
-    out.push_back(static_cast<char>(cp));
-  } else if (cp < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  } else if (cp < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-    out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  }
 }
 
 // Text from UTF-16 in big-endian order without a byte-order mark, as the reply's units read
