@@ -1,11 +1,13 @@
-// rvitunes library path|playlists|tracks|stats|watch: the library file as the framework finds,
-// indexes and watches it.
+// rvitunes library path|playlists|tracks|items|stats|watch: the library file as the framework
+// finds, indexes and watches it; track-items|search|play|artwork: the track display items made
+// from it, and through them the live track in the player.
 
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -19,11 +21,18 @@
 #include "Commands.h"
 #include "ProgressBar.h"
 #include "rvitunes/base/FileSystem.h"
+#include "rvitunes/cadenza/CZPlaylistCache.h"
+#include "rvitunes/cadenza/Cadenza.h"
+#include "rvitunes/helper/IconImage.h"
 #include "rvitunes/helper/RVITunesHelper.h"
 #include "rvitunes/helper/RVITunesIcons.h"
 #include "rvitunes/helper/RVITunesInfo.h"
+#include "rvitunes/helper/RVITunesPlaylist.h"
+#include "rvitunes/helper/RVITunesTrackItem.h"
+#include "rvitunes/image/Image.h"
 #include "rvitunes/platform/Dialogs.h"
 #include "rvitunes/platform/UserDefaults.h"
+#include "rvitunes/player/PlayerServer.h"
 #include "rvitunes/plist/Array.h"
 #include "rvitunes/plist/JsonWriter.h"
 
@@ -32,7 +41,8 @@ namespace rvitunes::cli {
 namespace {
 
 constexpr const char* kLibraryUsage =
-    "usage: rvitunes library <path|playlists|tracks|stats|watch> [options]\n"
+    "usage: rvitunes library <path|playlists|tracks|items|stats|watch|track-items|search|play|\n"
+    "                         artwork> [options]\n"
     "\n"
     "  path                      print the library file in use: the stored choice while its\n"
     "                            file exists, else the first existing entry of the iApps list\n"
@@ -43,11 +53,26 @@ constexpr const char* kLibraryUsage =
     "                            the playlists kept under the show flags MASK, in file order\n"
     "  tracks PLAYLIST_ID [--flags MASK] [--json]\n"
     "                            the tracks of the kept playlist with that Playlist ID\n"
+    "  items [--flags MASK] [--json]\n"
+    "                            the playlist display items a host lists: position, IDs,\n"
+    "                            name, true keys, track IDs and icon names\n"
     "  stats                     tracks, playlists, file size and load time\n"
     "  watch [--interval SECONDS]\n"
     "                            poll the file (default every 2 seconds); on a change load it\n"
     "                            again, merge it into what is loaded and print what was added.\n"
     "                            Ctrl-C ends it.\n"
+    "  track-items PLAYLIST_ID [--json]\n"
+    "                            the display items of that playlist's tracks: IDs, names, the\n"
+    "                            file's URL, path, name and type, the type image, time, video\n"
+    "                            and artwork count\n"
+    "  search TEXT [--json]      tracks whose name, artist or album contains TEXT, ignoring\n"
+    "                            case and diacritics\n"
+    "  play TRACK_ID [--embedded F]\n"
+    "                            play the track with that ID in the running player (or in one\n"
+    "                            started here on the library file F)\n"
+    "  artwork TRACK_ID [--save FILE] [--embedded F]\n"
+    "                            the track's first artwork from the player; --save writes it\n"
+    "                            as PNG\n"
     "\n"
     "options:\n"
     "  --file F                  use the library file F instead of looking for one\n"
@@ -308,6 +333,81 @@ int showStats(const CommandLine& cl) {
   return kExitOk;
 }
 
+// --- items -----------------------------------------------------------------------------------
+
+// The keys of an item's tarcks, in their order.
+std::vector<plist::Value> trackIdsOf(const RVITunesPlaylist& item) {
+  std::vector<plist::Value> ids;
+  if (item.tarcks()) {
+    for (const auto& entry : *item.tarcks())
+      ids.push_back(entry.key);
+  }
+  return ids;
+}
+
+std::optional<std::string> itemIconName(const plist::Dictionary* icons,
+                                        const plist::Ref<IconImage>& image) {
+  return image ? iconName(icons, plist::Value(plist::Ref<plist::Object>(image))) : std::nullopt;
+}
+
+void printItemsJson(const RVITunesHelper::PlaylistItems& items) {
+  plist::Ref<plist::Dictionary> icons = RVITunesIcons();
+  std::string out = "[";
+  for (size_t i = 0; i < items.size(); ++i) {
+    const RVITunesPlaylist& item = *items[i];
+    out += i == 0 ? "\n  {" : ",\n  {";
+    out += "\"sortID\": " + std::to_string(item.sortID());
+    out += ", \"playlistId\": " + std::to_string(item.playlistId());
+    out += ", \"playlistName\": " + jsonString(item.playlistName());
+    out += ", \"libPersistentId\": " + std::to_string(item.libPersistentId());
+    out += ", \"strTrueKeys\": [";
+    for (size_t k = 0; k < item.strTrueKeys().size(); ++k) {
+      out += (k == 0 ? "" : ", ") + jsonString(item.strTrueKeys()[k]);
+    }
+    out += "], \"trackIds\": [";
+    std::vector<plist::Value> ids = trackIdsOf(item);
+    for (size_t k = 0; k < ids.size(); ++k)
+      out += (k == 0 ? "" : ", ") + json(ids[k]);
+    out += "], \"icon\": " + jsonString(itemIconName(icons.get(), item.listImage()));
+    out += ", \"darkIcon\": " + jsonString(itemIconName(icons.get(), item.listDarkImage()));
+    out += "}";
+  }
+  out += items.empty() ? "]\n" : "\n]\n";
+  std::fwrite(out.data(), 1, out.size(), stdout);
+}
+
+void printItemsTable(const RVITunesHelper::PlaylistItems& items) {
+  plist::Ref<plist::Dictionary> icons = RVITunesIcons();
+  std::printf("%5s  %11s  %7s  %-22s  %s\n", "sort", "playlist id", "tracks", "icon", "name");
+  for (const auto& item : items) {
+    std::printf("%5d  %11d  %7zu  %-22s  %s\n", item->sortID(), item->playlistId(),
+                item->tarcks() ? item->tarcks()->size() : size_t{0},
+                itemIconName(icons.get(), item->listImage()).value_or("-").c_str(),
+                item->playlistName().value_or("-").c_str());
+  }
+  std::printf("%zu item%s\n", items.size(), items.size() == 1 ? "" : "s");
+}
+
+int listItems(const CommandLine& cl, uint32_t mask) {
+  if (cl.operands().size() != 1) return usageError("items takes no operands");
+  std::optional<std::string> file = libraryPath(cl);
+  if (!file) return noLibraryFile();
+  // The icons first, as a host does, so that the items find their pictures.
+  RVITunesInfo::playlistsDisplayIcons();
+  std::shared_ptr<RVITunesInfo> info = load(*file);
+  if (!info) return kExitFailure;
+  RVITunesHelper helper;
+  helper.setItunesInfo(info);
+  helper.setShowFlags(mask);
+  helper.updateiTunesPlaylistsItem(&helper);
+  if (cl.has("--json")) {
+    printItemsJson(helper.playlistsItems());
+  } else {
+    printItemsTable(helper.playlistsItems());
+  }
+  return kExitOk;
+}
+
 // --- watch -------------------------------------------------------------------------------------
 
 volatile std::sig_atomic_t stopRequested = 0;
@@ -419,10 +519,267 @@ int watchLibrary(const CommandLine& cl) {
   return kExitOk;
 }
 
+// --- Display items: track-items, search, play, artwork ------------------------------------------
+
+// The names of the file-type images, as the track items look them up.
+constexpr const char* kFileTypeImageNames[] = {
+    "iTunes_aac",      "iTunes_aacp",   "iTunes_aiff",   "iTunes_audible", "iTunes_cd",
+    "iTunes_database", "iTunes_ipa",    "iTunes_ipg",    "iTunes_ipsw",    "iTunes_ite",
+    "iTunes_itlp",     "iTunes_itms",   "iTunes_movie",  "iTunes_mp2",     "iTunes_mp3",
+    "iTunes_mpeg4",    "iTunes_mpeg4p", "iTunes_mpg",    "iTunes_nvf",     "iTunes_playlist",
+    "iTunes_ringtone", "iTunes_sd2",    "iTunes_visual", "iTunes_wav",     "iTunes_generic"};
+
+// A 16×16 badge: a rounded square in a colour of its own for each name, with a light band.
+image::Image fileTypeBadge(std::string_view name) {
+  uint32_t hash = 2166136261u;
+  for (char c : name)
+    hash = (hash ^ static_cast<uint8_t>(c)) * 16777619u;
+  const image::Rgba fill{static_cast<uint8_t>(64 + hash % 160),
+                         static_cast<uint8_t>(64 + (hash >> 8) % 160),
+                         static_cast<uint8_t>(64 + (hash >> 16) % 160), 255};
+  image::Image badge(16, 16);
+  for (uint32_t y = 0; y < 16; ++y) {
+    for (uint32_t x = 0; x < 16; ++x) {
+      const bool corner = (x == 0 || x == 15) && (y == 0 || y == 15);
+      const bool band = y >= 6 && y <= 9 && x >= 2 && x <= 13;
+      badge.setPixel(x, y,
+                     corner ? image::Rgba{0, 0, 0, 0}
+                     : band ? image::Rgba{250, 250, 250, 255}
+                            : fill);
+    }
+  }
+  return badge;
+}
+
+// As a host does: the playlist icons, then a badge under each file-type image name.
+void fillIconsAsHost() {
+  plist::Ref<plist::Dictionary> icons = RVITunesInfo::playlistsDisplayIcons();
+  if (!icons) {
+    icons = plist::Dictionary::create();
+    setRVITunesIcons(icons);
+  }
+  for (const char* name : kFileTypeImageNames) {
+    if (!icons->contains(name)) {
+      icons->set(name, IconImage::makeValue(
+                           std::make_shared<const image::Image>(fileTypeBadge(name)), name));
+    }
+  }
+}
+
+// The key under which RVITunesIcons holds `icon`; nullopt for null or an image not held there.
+std::optional<std::string> iconKeyOf(const plist::Ref<IconImage>& icon) {
+  plist::Ref<plist::Dictionary> icons = RVITunesIcons();
+  if (!icon || !icons) return std::nullopt;
+  for (const auto& entry : *icons) {
+    if (asIconImage(entry.value) == icon.get() && entry.key.isString()) {
+      return entry.key.stringValue();
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<long long> wholeNumber(const std::string& text) {
+  long long value = 0;
+  auto [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (ec != std::errc() || ptr != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+std::string jsonNumber(long long value) {
+  return std::to_string(value);
+}
+
+int listTrackItems(const CommandLine& cl) {
+  if (cl.operands().size() != 2) return usageError("track-items takes exactly one PLAYLIST_ID");
+  const auto wanted = wholeNumber(cl.operands()[1]);
+  if (!wanted) {
+    return usageError("PLAYLIST_ID must be a whole number, not '" + cl.operands()[1] + "'");
+  }
+  std::optional<std::string> file = libraryPath(cl);
+  if (!file) return noLibraryFile();
+  std::shared_ptr<RVITunesInfo> info = load(*file);
+  if (!info) return kExitFailure;
+  fillIconsAsHost();
+
+  std::optional<plist::Value> playlist;
+  for (const plist::Value& record :
+       info->playlistsWithFlags(kShowAllPlaylists).value_or(std::vector<plist::Value>{})) {
+    const plist::Dictionary* dict = record.asDictionary();
+    if (dict == nullptr) continue;
+    plist::Value id = numberField(*dict, "Playlist ID");
+    if (id.isInteger() && !id.isUnsigned() && id.longLongValue() == *wanted) {
+      playlist = record;
+      break;
+    }
+  }
+  if (!playlist) {
+    std::fprintf(stderr, "rvitunes library: no playlist with Playlist ID %lld in %s\n", *wanted,
+                 file->c_str());
+    return kExitFailure;
+  }
+  std::vector<std::shared_ptr<RVITunesTrackItem>> items;
+  for (const plist::Value& record :
+       info->tracksForPlaylist(*playlist).value_or(std::vector<plist::Value>{})) {
+    if (auto item = RVITunesTrackItem::initWithTrackDictInfo(record.dictionaryRef())) {
+      items.push_back(std::move(item));
+    }
+  }
+  const bool asJson = cl.has("--json");
+  if (asJson) {
+    std::printf("[");
+  } else {
+    std::printf("%9s  %-6s  %-16s  %7s  %s\n", "track id", "type", "type image", "artwork",
+                "name / artist / album / path");
+  }
+  for (size_t i = 0; i < items.size(); ++i) {
+    const RVITunesTrackItem& item = *items[i];
+    const std::optional<std::string> imageName = iconKeyOf(item.typeImage());
+    if (!asJson) {
+      std::printf("%9d  %-6s  %-16s  %7d  %s / %s / %s / %s\n", item.trackId(),
+                  item.fileType().value_or("-").c_str(), imageName.value_or("-").c_str(),
+                  item.artworkCount(), item.trackName().value_or("-").c_str(),
+                  item.artistName().value_or("-").c_str(), item.albumName().value_or("-").c_str(),
+                  item.filePath().value_or("-").c_str());
+      continue;
+    }
+    std::printf(
+        "%s\n  {\"trackId\": %s, \"persistentId\": %s, \"trackName\": %s, \"artistName\": %s, "
+        "\"albumName\": %s, \"fileUrl\": %s, \"filePath\": %s, \"fileName\": %s, \"fileType\": %s, "
+        "\"typeImage\": %s, \"totalTime\": %s, \"hasVideo\": %s, \"artworkCount\": %s}",
+        i == 0 ? "" : ",", jsonNumber(item.trackId()).c_str(),
+        jsonNumber(item.persistentId()).c_str(), jsonString(item.trackName()).c_str(),
+        jsonString(item.artistName()).c_str(), jsonString(item.albumName()).c_str(),
+        jsonString(item.fileUrl()).c_str(), jsonString(item.filePath()).c_str(),
+        jsonString(item.fileName()).c_str(), jsonString(item.fileType()).c_str(),
+        jsonString(imageName).c_str(), jsonNumber(item.totalTime()).c_str(),
+        jsonNumber(item.hasVideo()).c_str(), jsonNumber(item.artworkCount()).c_str());
+  }
+  if (asJson) {
+    std::printf("%s]\n", items.empty() ? "" : "\n");
+  } else {
+    std::printf("%zu track item%s\n", items.size(), items.size() == 1 ? "" : "s");
+  }
+  return kExitOk;
+}
+
+int searchTracks(const CommandLine& cl) {
+  if (cl.operands().size() != 2) return usageError("search takes exactly one TEXT");
+  std::optional<std::string> file = libraryPath(cl);
+  if (!file) return noLibraryFile();
+  std::shared_ptr<RVITunesInfo> info = load(*file);
+  if (!info) return kExitFailure;
+  RVITunesHelper helper;
+  helper.setItunesInfo(info);
+  const std::vector<plist::Value> keys =
+      helper.searchTrackKeysByString(cl.operands()[1]).value_or(std::vector<plist::Value>{});
+  plist::Ref<plist::Dictionary> tracks = helper.itunesTracksInfo();
+  const bool asJson = cl.has("--json");
+  if (asJson) std::printf("[");
+  for (size_t i = 0; i < keys.size(); ++i) {
+    const plist::Value record = tracks ? tracks->get(keys[i]) : plist::Value();
+    const plist::Dictionary* dict = record.asDictionary();
+    const std::string id = keys[i].isString() ? keys[i].stringValue() : json(keys[i]);
+    const std::optional<std::string> name =
+        dict != nullptr ? stringField(*dict, "Name") : std::nullopt;
+    if (asJson) {
+      std::printf("%s\n  {\"trackId\": %s, \"name\": %s}", i == 0 ? "" : ",", id.c_str(),
+                  jsonString(name).c_str());
+    } else {
+      std::printf("%9s  %s\n", id.c_str(), name.value_or("-").c_str());
+    }
+  }
+  if (asJson) {
+    std::printf("%s]\n", keys.empty() ? "" : "\n");
+  } else {
+    std::printf("%zu track%s\n", keys.size(), keys.size() == 1 ? "" : "s");
+  }
+  return kExitOk;
+}
+
+// The player: the one of --embedded started in this process for the command's lifetime, or the
+// running one. The framework's shared objects are forgotten before the player stops.
+class PlayerForCommand {
+ public:
+  PlayerForCommand() = default;
+  ~PlayerForCommand() {
+    CZPlaylistCache::releaseSharedInstance();
+    Cadenza::unSharedInstance();
+  }
+  PlayerForCommand(const PlayerForCommand&) = delete;
+  PlayerForCommand& operator=(const PlayerForCommand&) = delete;
+
+  // False (after the reason) when the embedded player cannot start or no player answers.
+  bool start(const CommandLine& cl) {
+    if (auto library = cl.value("--embedded")) {
+      auto server = player::PlayerServer::startInProcess(*library, player::PlayerServerOptions{});
+      if (!server.ok()) {
+        std::fprintf(stderr, "rvitunes library: cannot start a player on %s: %s\n",
+                     library->c_str(), server.status().toString().c_str());
+        return false;
+      }
+      embedded_ = std::move(*server);
+    }
+    if (Cadenza::sharedInstance()->versionString()) return true;
+    std::fprintf(stderr, "rvitunes library: no player answers\n");
+    return false;
+  }
+
+ private:
+  std::unique_ptr<player::PlayerServer> embedded_;
+};
+
+// The item of TRACK_ID (operand 1) as the player side needs it; null after a usage message.
+std::shared_ptr<RVITunesTrackItem> itemForTrackOperand(const CommandLine& cl) {
+  const auto id = cl.operands().size() == 2 ? wholeNumber(cl.operands()[1]) : std::nullopt;
+  if (!id || *id <= 0 || *id > INT32_MAX) return nullptr;
+  auto item = std::make_shared<RVITunesTrackItem>();
+  item->setTrackId(static_cast<int32_t>(*id));
+  return item;
+}
+
+int playTrackItem(const CommandLine& cl) {
+  std::shared_ptr<RVITunesTrackItem> item = itemForTrackOperand(cl);
+  if (!item) return usageError("play takes exactly one TRACK_ID, a positive whole number");
+  PlayerForCommand player;
+  if (!player.start(cl)) return kExitFailure;
+  if (!item->playCzTrack()) {
+    std::fprintf(stderr, "rvitunes library: the player has no track with ID %d\n", item->trackId());
+    return kExitFailure;
+  }
+  std::printf("playing track %d\n", item->trackId());
+  return kExitOk;
+}
+
+int showArtwork(const CommandLine& cl) {
+  std::shared_ptr<RVITunesTrackItem> item = itemForTrackOperand(cl);
+  if (!item) return usageError("artwork takes exactly one TRACK_ID, a positive whole number");
+  PlayerForCommand player;
+  if (!player.start(cl)) return kExitFailure;
+  std::shared_ptr<const image::Image> artwork = item->metaImage();
+  if (!artwork) {
+    std::fprintf(stderr, "rvitunes library: no artwork for track %d\n", item->trackId());
+    return kExitFailure;
+  }
+  std::printf("track %d: artwork %ux%u\n", item->trackId(), artwork->width(), artwork->height());
+  if (auto path = cl.value("--save")) {
+    auto png = artwork->pngRepresentation();
+    std::FILE* out = png.ok() ? std::fopen(path->c_str(), "wb") : nullptr;
+    const bool written =
+        out != nullptr && std::fwrite(png->data(), 1, png->size(), out) == png->size();
+    if (out != nullptr && std::fclose(out) != 0) return kExitFailure;
+    if (!written) {
+      std::fprintf(stderr, "rvitunes library: cannot write %s\n", path->c_str());
+      return kExitFailure;
+    }
+  }
+  return kExitOk;
+}
+
 }  // namespace
 
 int runLibrary(const std::vector<std::string>& args) {
-  CommandLine cl({"--file", "--flags", "--dialogs", "--interval"}, {"--json", "--help", "-h"});
+  CommandLine cl({"--file", "--flags", "--dialogs", "--interval", "--embedded", "--save"},
+                 {"--json", "--help", "-h"});
   if (!cl.parse(args)) return usageError(cl.error());
   if (cl.has("--help") || cl.has("-h")) {
     std::fputs(kLibraryUsage, stdout);
@@ -452,8 +809,13 @@ int runLibrary(const std::vector<std::string>& args) {
   }
   if (sub == "playlists") return listPlaylists(cl, mask);
   if (sub == "tracks") return listTracks(cl, mask);
+  if (sub == "items") return listItems(cl, mask);
   if (sub == "stats") return showStats(cl);
   if (sub == "watch") return watchLibrary(cl);
+  if (sub == "track-items") return listTrackItems(cl);
+  if (sub == "search") return searchTracks(cl);
+  if (sub == "play") return playTrackItem(cl);
+  if (sub == "artwork") return showArtwork(cl);
   return usageError("unknown subcommand '" + sub + "'");
 }
 

@@ -133,6 +133,59 @@ class RVITunesHelper {
   // for nullopt or when none runs. Reads the shared event manager's running applications.
   static std::optional<ApplicationInfo> applicationInfoByName(std::optional<std::string_view> name);
 
+  // --- the display-item lists (RVITunesHelperLists.cpp) --------------------------------------
+  // Playlist items (RVITunesPlaylist.h) in display order and track items (RVITunesTrackItem.h)
+  // by track ID, made from the loaded library. Nothing here logs or throws; a missing library
+  // or input of the wrong type gives nil, false or an unchanged list.
+
+  // Refills tracksInfoDict with the items of RVITunesTrackItem::itemWithTrackDictInfo for each
+  // value of `tracks` (a dictionary's values or an array's elements) that is a record with a
+  // numeric "Track ID"; a later record with the same ID replaces an earlier one. Nothing when
+  // `tracks` is nil or no library is loaded. That factory makes no items, so the list ends up
+  // empty; updateTrackItemsFromRecords is the variant that fills it.
+  void updateiTunesTracksItem(const plist::Value& tracks);
+  // The same refill with RVITunesTrackItem::initWithTrackDictInfo, which makes an item for
+  // every record with a non-zero numeric "Track ID".
+  void updateTrackItemsFromRecords(const plist::Value& tracks);
+  // Refills playlistsArray with one item per record of itunesInfo()->playlistsWithFlags(
+  // showFlags()) that is a dictionary with a "Playlist ID", sort values 0, 1, 2 ... over the
+  // items made. Nothing when `sender` is null or no library is loaded; when the index answers
+  // nullopt the old items stay. Track items are not rebuilt here.
+  void updateiTunesPlaylistsItem(const void* sender);
+  // A placeholder: answers false and does nothing.
+  bool refreshTunesPlaylists(const void* sender = nullptr);
+
+  // The loaded tree; null without a load.
+  plist::Ref<plist::Dictionary> itunesLibraryInfo() const;
+  // playlistsWithFlags(showFlags()) of the load, run anew (which writes the icon keys into the
+  // kept records again); nullopt without a load.
+  std::optional<std::vector<plist::Value>> itunesPlaylistsInfo();
+  // The library's "Tracks" dictionary; null without a load or when it is not a dictionary.
+  plist::Ref<plist::Dictionary> itunesTracksInfo() const;
+
+  // The keys of "Tracks" whose record's "Name", "Artist" or "Album" contains `text`, compared
+  // in lower case and ignoring diacritics, in the dictionary's order; nullopt for nullopt
+  // text, without tracks, and when nothing matches (an empty text matches nothing). Only keys
+  // that are numbers are looked at, so on a tree read from a file (string keys) it finds
+  // nothing; searchTrackKeysByString also looks at string keys.
+  std::optional<std::vector<plist::Value>> searchForTrackNumbersByString(
+      std::optional<std::string_view> text) const;
+  // The same search over every key, numbers and strings alike.
+  std::optional<std::vector<plist::Value>> searchTrackKeysByString(
+      std::optional<std::string_view> text) const;
+
+  // These two read the lists of the shared instance (sharediTunesHelper()), not this one's.
+  // The track items of the first playlist item with `playlistID`, in the order of its tarcks
+  // keys, leaving out IDs without an item; nullopt for 0 or when no item has that ID.
+  std::optional<std::vector<std::shared_ptr<RVITunesTrackItem>>> tracksItemsForPlaylistID(
+      int32_t playlistID) const;
+  // The track item under `trackID`; null for IDs below 1 and when there is none.
+  std::shared_ptr<RVITunesTrackItem> trackItemForTrackID(int32_t trackID) const;
+
+  // The lists themselves.
+  PlaylistItems& playlistsItems() { return playlistsArray_; }
+  TrackItems& tracksItems() { return tracksInfoDict_; }
+
   // --- the player facade (RVITunesHelperFacade.cpp) ----------------------------------------
   // Each takes Cadenza::sharedInstance() anew and forwards to the operation of the same name,
   // answering what the controller answers.
