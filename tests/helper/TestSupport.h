@@ -18,37 +18,14 @@
 #include "rvitunes/plist/Dictionary.h"
 #include "rvitunes/plist/Object.h"
 #include "rvitunes/plist/Value.h"
+#include "support/ScratchFolder.h"
 
 namespace rvitunes::testing {
 
-// A fresh folder under $TMPDIR, removed with its contents when the object goes.
-class ScratchFolder {
+// Scratch folders of this suite carry its name.
+class ScratchFolder : public support::ScratchFolder {
  public:
-  ScratchFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "rvitunes-helper.XXXXXX");
-    if (mkdtemp(pattern.data()) != nullptr) path_ = pattern;
-  }
-  ~ScratchFolder() {
-    std::error_code ignored;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-  const std::string& path() const { return path_; }
-  std::string operator/(std::string_view relative) const {
-    return path_ + "/" + std::string(relative);
-  }
-  // Writes `content` to `relative`, making the folders on the way; answers the full path.
-  std::string write(std::string_view relative, std::string_view content = "x") const {
-    std::string full = *this / relative;
-    std::filesystem::create_directories(std::filesystem::path(full).parent_path());
-    std::ofstream(full, std::ios::binary) << content;
-    return full;
-  }
-
- private:
-  std::string path_;
+  ScratchFolder() : support::ScratchFolder("rvitunes-helper") {}
 };
 
 // Sets an environment variable for the life of the object.

@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include "support/ScratchFolder.h"
+
 namespace rvitunes::player::testing {
 
 // The sample library of the source tree.
@@ -17,34 +19,10 @@ inline std::string sampleLibraryPath() {
   return std::string(RVITUNES_SOURCE_DIR) + "/examples/library/iTunes Music Library.xml";
 }
 
-// A fresh folder under $TMPDIR, removed with its contents when the object goes.
-class ScratchFolder {
+// Scratch folders of this suite carry its name.
+class ScratchFolder : public rvitunes::testing::support::ScratchFolder {
  public:
-  ScratchFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "rvitunes-player.XXXXXX");
-    if (mkdtemp(pattern.data()) != nullptr) path_ = pattern;
-  }
-  ~ScratchFolder() {
-    std::error_code ignored;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-  const std::string& path() const { return path_; }
-  std::string operator/(std::string_view relative) const {
-    return path_ + "/" + std::string(relative);
-  }
-  // Writes `content` to `relative`, making the folders on the way; answers the full path.
-  std::string write(std::string_view relative, std::string_view content = "x") const {
-    std::string full = *this / relative;
-    std::filesystem::create_directories(std::filesystem::path(full).parent_path());
-    std::ofstream(full, std::ios::binary) << content;
-    return full;
-  }
-
- private:
-  std::string path_;
+  ScratchFolder() : rvitunes::testing::support::ScratchFolder("rvitunes-player") {}
 };
 
 inline std::string readWhole(const std::string& path) {
