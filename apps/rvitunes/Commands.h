@@ -16,5 +16,6 @@ int runScript(const std::vector<std::string>& args);
 int runApps(const std::vector<std::string>& args);
 int runApp(const std::vector<std::string>& args);
 int runIcons(const std::vector<std::string>& args);
+int runDemo(const std::vector<std::string>& args);
 
 }  // namespace rvitunes::cli

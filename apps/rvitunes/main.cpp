@@ -25,6 +25,7 @@ constexpr const char* kUsage =
     "  apps      list the applications running on the event bus\n"
     "  app       show, hide or quit a running application by name\n"
     "  icons     list the playlist icons the framework loads; render them as PNG\n"
+    "  demo      walk a host's start-up and a player session on the sample library\n"
     "\n"
     "options:\n"
     "  -h, --help     show this help; 'rvitunes <command> --help' shows a command's own\n"
@@ -59,6 +60,7 @@ int main(int argc, char** argv) {
   if (command == "apps") return rvitunes::cli::runApps(rest);
   if (command == "app") return rvitunes::cli::runApp(rest);
   if (command == "icons") return rvitunes::cli::runIcons(rest);
+  if (command == "demo") return rvitunes::cli::runDemo(rest);
   std::fprintf(stderr, "rvitunes: unknown command '%s'\n\n%s", command.c_str(), kUsage);
   return rvitunes::cli::kExitUsage;
 }
