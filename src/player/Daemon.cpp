@@ -11,6 +11,11 @@
 #include "rvitunes/base/Log.h"
 #include "rvitunes/player/PlayerServer.h"
 
+// Set by the build from the project's version.
+#ifndef RVITUNES_VERSION
+#define RVITUNES_VERSION "unknown"
+#endif
+
 namespace rvitunes::player {
 
 namespace {
@@ -67,10 +72,12 @@ Result<DaemonOptions> parseDaemonArguments(const std::vector<std::string>& args)
     };
     if (arg == "-h" || arg == "--help") {
       options.help = true;
+    } else if (arg == "--version") {
+      options.showVersion = true;
     } else if (arg == "--verbose" || arg == "-v") {
       options.verbose = true;
-    } else if (arg == "--library") {
-      auto value = valueOf("--library");
+    } else if (arg == "--file" || arg == "--library") {
+      auto value = valueOf(arg.c_str());
       if (!value) return value.status();
       options.libraryPath = *value;
       haveLibrary = true;
@@ -92,8 +99,8 @@ Result<DaemonOptions> parseDaemonArguments(const std::vector<std::string>& args)
       return Status::error(paramErr, "unknown argument \"" + arg + "\"");
     }
   }
-  if (!haveLibrary && !options.help) {
-    return Status::error(paramErr, "--library FILE is required");
+  if (!haveLibrary && !options.help && !options.showVersion) {
+    return Status::error(paramErr, "--file FILE is required");
   }
   return options;
 }
@@ -101,19 +108,28 @@ Result<DaemonOptions> parseDaemonArguments(const std::vector<std::string>& args)
 std::string daemonUsage(std::string_view program) {
   const std::string name(program);
   return "usage: " + name +
-         " --library FILE [--player-version V] [--name NAME] [--verbose]\n"
+         " --file FILE [--player-version V] [--name NAME] [--verbose]\n"
+         "       " +
+         name +
+         " --help | --version\n"
          "\n"
          "Serves the reference player on the local event bus under the signature 'hook'.\n"
          "\n"
-         "  --library FILE        the iTunes library file to load (and write back)\n"
+         "  --file FILE           the iTunes library file to load (and write back);\n"
+         "                        --library FILE is the same\n"
          "  --player-version V    the player version to pretend to be (default " +
          std::string(PlayerVersion::kDefaultText) +
          ");\n"
          "                        it decides the forms of persistent IDs and the properties\n"
          "  --name NAME           the application name on the bus (default iTunes)\n"
-         "  --verbose             also log the debug channel to stderr\n"
+         "  -v, --verbose         also log the debug channel to stderr\n"
+         "  -h, --help            show this help\n"
+         "  --version             show the program's version\n"
          "\n"
-         "Stops on the quit event, SIGINT or SIGTERM, writing a pending library change first.\n";
+         "Stops on the quit event, SIGINT or SIGTERM, writing a pending library change first.\n"
+         "\n"
+         "exit status: 0 after a clean stop, 1 the player could not start (unreadable library,\n"
+         "'hook' taken, bus directory unusable), 2 wrong usage.\n";
 }
 
 int runDaemon(const std::vector<std::string>& args, std::string_view program) {
@@ -127,6 +143,10 @@ int runDaemon(const std::vector<std::string>& args, std::string_view program) {
   const DaemonOptions& options = *parsed;
   if (options.help) {
     std::fputs(daemonUsage(program).c_str(), stdout);
+    return kExitOk;
+  }
+  if (options.showVersion) {
+    std::printf("%s %s\n", name.c_str(), RVITUNES_VERSION);
     return kExitOk;
   }
   if (options.verbose) setNullLogSink(std::make_shared<StderrSink>());

@@ -1,6 +1,7 @@
 // The player daemon: what `rvitunes-player` and `rvitunes player serve` run.
 //
 //   rvitunes-player --library FILE [--player-version V] [--name NAME] [--verbose]
+//   rvitunes-player --help | --version
 //
 // Loads the library, registers the player on the local bus under 'hook' and NAME ("iTunes"),
 // and serves until it receives 'aevt'/'quit', SIGINT or SIGTERM; then it writes a pending
@@ -27,11 +28,12 @@ struct DaemonOptions {
   std::string name = "iTunes";
   bool verbose = false;
   bool help = false;
+  bool showVersion = false;  // --version: print the program's version and stop
 };
 
 // Reads the daemon's arguments (without the program name). paramErr with a message naming the
 // offending argument for wrong usage: an unknown option, a missing value, a version that does
-// not parse, no --library.
+// not parse, no --file (or its older spelling --library).
 Result<DaemonOptions> parseDaemonArguments(const std::vector<std::string>& args);
 
 // The usage text, with `program` as the command's name.
