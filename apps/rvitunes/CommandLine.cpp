@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include <cstdio>
+
 namespace rvitunes::cli {
 
 bool CommandLine::parse(const std::vector<std::string>& args) {
@@ -50,6 +52,26 @@ std::optional<std::string> CommandLine::value(const std::string& name) const {
   auto it = values_.find(name);
   if (it == values_.end()) return std::nullopt;
   return it->second;
+}
+
+int reportUsageError(std::string_view command, std::string_view message) {
+  std::fflush(stdout);
+  std::fprintf(stderr, "rvitunes %.*s: %.*s\n(rvitunes %.*s --help shows the usage)\n",
+               static_cast<int>(command.size()), command.data(), static_cast<int>(message.size()),
+               message.data(), static_cast<int>(command.size()), command.data());
+  return kExitUsage;
+}
+
+int reportFailure(std::string_view command, std::string_view message) {
+  std::fflush(stdout);
+  std::fprintf(stderr, "rvitunes %.*s: %.*s\n", static_cast<int>(command.size()), command.data(),
+               static_cast<int>(message.size()), message.data());
+  return kExitFailure;
+}
+
+int showUsage(std::string_view usage) {
+  std::fwrite(usage.data(), 1, usage.size(), stdout);
+  return kExitOk;
 }
 
 }  // namespace rvitunes::cli

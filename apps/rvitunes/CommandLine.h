@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace rvitunes::cli {
@@ -38,5 +39,19 @@ class CommandLine {
 inline constexpr int kExitOk = 0;
 inline constexpr int kExitFailure = 1;  // the work failed (bad input, I/O)
 inline constexpr int kExitUsage = 2;    // the command line was wrong, or nothing to work on
+
+// The messages of every command have one shape, "rvitunes COMMAND: what", on standard error.
+// `command` is the words after "rvitunes" ("library", "player tracks").
+
+// The message and where the usage is shown; answers kExitUsage.
+int reportUsageError(std::string_view command, std::string_view message);
+// The message; answers kExitFailure.
+int reportFailure(std::string_view command, std::string_view message);
+// Writes `usage` to standard output; answers kExitOk.
+int showUsage(std::string_view usage);
+// Whether -h or --help was given (both must be among the parser's flags).
+inline bool wantsHelp(const CommandLine& line) {
+  return line.has("--help") || line.has("-h");
+}
 
 }  // namespace rvitunes::cli

@@ -18,4 +18,7 @@ int runApp(const std::vector<std::string>& args);
 int runIcons(const std::vector<std::string>& args);
 int runDemo(const std::vector<std::string>& args);
 
+// The applications on the event bus, as `rvitunes apps` and `rvitunes event --list` print them.
+int listApplications(bool asJson);
+
 }  // namespace rvitunes::cli

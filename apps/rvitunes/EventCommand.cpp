@@ -1,7 +1,6 @@
 // rvitunes event: sends one Apple Event to an application on the event bus and prints the
 // reply, or lists the applications registered on the bus.
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +9,7 @@
 
 #include "CommandLine.h"
 #include "Commands.h"
+#include "JsonOut.h"
 #include "rvitunes/ae/Build.h"
 #include "rvitunes/ae/EventManager.h"
 #include "rvitunes/ae/Printer.h"
@@ -20,8 +20,8 @@ namespace {
 
 constexpr const char* kEventUsage =
     "usage: rvitunes event [--app NAME | --to SIGNATURE] [--no-reply] [--timeout SECONDS]\n"
-    "                      CLASS ID [PARAMS]\n"
-    "       rvitunes event --list\n"
+    "                      [--json] CLASS ID [PARAMS]\n"
+    "       rvitunes event --list [--json]\n"
     "\n"
     "Sends the event CLASS/ID (four-character codes, e.g. core getd) to a running\n"
     "application and prints its reply. PARAMS are the event's parameters in the\n"
@@ -34,32 +34,23 @@ constexpr const char* kEventUsage =
     "  --no-reply         send without waiting for a reply\n"
     "  --timeout SECONDS  how long to wait for the reply (default 60)\n"
     "  --list             list the registered applications: name, signature, process id\n"
+    "                     (the same as rvitunes apps)\n"
+    "  --json             print {\"reply\", \"errorNumber\", \"errorString\"}: the reply in\n"
+    "                     descriptor notation (null with --no-reply) and the error it\n"
+    "                     reports (0 and null for none); with --list, as rvitunes apps --json\n"
+    "  -h, --help         show this help\n"
     "\n"
     "Applications are found in $XDG_RUNTIME_DIR/rvitunes (or /tmp/rvitunes-UID).\n"
     "\n"
     "exit status: 0 success, 1 the send failed or the reply reports an error, 2 wrong usage.\n";
 
 int usageError(const std::string& message) {
-  std::fprintf(stderr, "rvitunes event: %s\n\n%s", message.c_str(), kEventUsage);
-  return kExitUsage;
+  return reportUsageError("event", message);
 }
 
 std::string statusText(OSStatus status) {
   const std::string_view name = osStatusName(status);
   return std::to_string(status) + (name.empty() ? "" : " (" + std::string(name) + ")");
-}
-
-int list() {
-  const auto running = ae::EventManager::shared().runningApplications();
-  size_t width = 4;
-  for (const auto& app : running)
-    width = std::max(width, app.name.size());
-  std::printf("%-*s  SIGNATURE  PID\n", static_cast<int>(width), "NAME");
-  for (const auto& app : running) {
-    std::printf("%-*s  %-9s  %d\n", static_cast<int>(width), app.name.c_str(),
-                fourCharDisplay(app.signature).c_str(), static_cast<int>(app.pid));
-  }
-  return kExitOk;
 }
 
 // The text of the reply's 'errs', or "".
@@ -72,17 +63,17 @@ std::string errorText(const ae::Descriptor& reply) {
 }  // namespace
 
 int runEvent(const std::vector<std::string>& args) {
-  CommandLine line({"--app", "--to", "--timeout"}, {"--no-reply", "--list", "--help", "-h"});
+  CommandLine line({"--app", "--to", "--timeout"},
+                   {"--no-reply", "--list", "--json", "--help", "-h"});
   if (!line.parse(args)) return usageError(line.error());
-  if (line.has("--help") || line.has("-h")) {
-    std::fputs(kEventUsage, stdout);
-    return kExitOk;
-  }
+  if (wantsHelp(line)) return showUsage(kEventUsage);
+  const bool asJson = line.has("--json");
   if (line.has("--list")) {
-    if (!line.operands().empty() || line.has("--app") || line.has("--to")) {
+    if (!line.operands().empty() || line.has("--app") || line.has("--to") ||
+        line.has("--no-reply") || line.has("--timeout")) {
       return usageError("--list takes no other arguments");
     }
-    return list();
+    return listApplications(asJson);
   }
   if (line.has("--app") && line.has("--to")) return usageError("give --app or --to, not both");
   const auto& operands = line.operands();
@@ -99,7 +90,7 @@ int runEvent(const std::vector<std::string>& args) {
     char* end = nullptr;
     const double seconds = std::strtod(text->c_str(), &end);
     if (text->empty() || *end != '\0' || !std::isfinite(seconds) || seconds < 0 || seconds > 1e7) {
-      return usageError("--timeout needs a number of seconds");
+      return usageError("--timeout needs a number of seconds, not \"" + *text + "\"");
     }
     timeoutTicks = std::lround(seconds * 60);
   }
@@ -149,13 +140,31 @@ int runEvent(const std::vector<std::string>& args) {
                  fourCharDisplay(target).c_str(), statusText(sent).c_str());
     return kExitFailure;
   }
-  if (noReply) return kExitOk;
-  std::printf("%s\n", printDesc(reply, ae::PrintStyle::kDisplay).c_str());
   int32_t number = 0;
-  if (reply.getParamPtr(ae::keyErrorNumber, ae::typeSInt32, nullptr, &number, sizeof number,
-                        nullptr) == noErr &&
-      number != 0) {
-    const std::string text = errorText(reply);
+  if (!noReply && reply.getParamPtr(ae::keyErrorNumber, ae::typeSInt32, nullptr, &number,
+                                    sizeof number, nullptr) != noErr) {
+    number = 0;
+  }
+  const std::string text = noReply ? "" : errorText(reply);
+  if (asJson) {
+    JsonOut json;
+    json.beginObject().key("reply");
+    if (noReply) {
+      json.null();
+    } else {
+      json.string(printDesc(reply, ae::PrintStyle::kDisplay));
+    }
+    json.integerField("errorNumber", number).key("errorString");
+    if (number != 0 && !text.empty()) {
+      json.string(text);
+    } else {
+      json.null();
+    }
+    json.endObject().print();
+  } else if (!noReply) {
+    std::printf("%s\n", printDesc(reply, ae::PrintStyle::kDisplay).c_str());
+  }
+  if (number != 0) {
     std::fprintf(stderr, "rvitunes event: the application answered error %s%s%s\n",
                  statusText(number).c_str(), text.empty() ? "" : ": ", text.c_str());
     return kExitFailure;

@@ -1,5 +1,5 @@
 // rvitunes icons: fills the playlist icon dictionary the way a host does and lists it; with
-// --render, writes a PNG preview of every icon.
+// --save, writes a PNG preview of every icon.
 
 #include <cstdio>
 #include <fstream>
@@ -8,6 +8,7 @@
 
 #include "CommandLine.h"
 #include "Commands.h"
+#include "JsonOut.h"
 #include "rvitunes/helper/FrameworkBundle.h"
 #include "rvitunes/helper/IconImage.h"
 #include "rvitunes/helper/RVITunesInfo.h"
@@ -17,14 +18,17 @@ namespace rvitunes::cli {
 namespace {
 
 constexpr const char* kIconsUsage =
-    "usage: rvitunes icons [--render DIR]\n"
+    "usage: rvitunes icons [--save DIR] [--json]\n"
     "\n"
     "Loads the playlist icons from the framework's resource folder and lists the icon\n"
     "dictionary in load order: key, size in pixels and the file it was read from. The folder\n"
     "is $RVITUNES_RESOURCE_DIR when set, else the installed framework bundle, else the source\n"
     "tree's resources/icons (docs/icons.md).\n"
     "\n"
-    "  --render DIR  also write each icon as DIR/<key>.png\n"
+    "  --save DIR    also write each icon as DIR/<key>.png (--render DIR: the same)\n"
+    "  --json        one object {\"resourceFolder\", \"icons\"}, each icon as {\"key\",\n"
+    "                \"width\", \"height\", \"source\"} (and \"saved\", its PNG, with --save)\n"
+    "  -h, --help    show this help\n"
     "\n"
     "exit status: 0 success, 1 no icons found or a preview could not be written, 2 wrong usage.\n";
 
@@ -38,48 +42,69 @@ bool writeFile(const std::string& path, const std::vector<uint8_t>& bytes) {
 }  // namespace
 
 int runIcons(const std::vector<std::string>& args) {
-  CommandLine cl({"--render"}, {"--help", "-h"});
-  if (!cl.parse(args) || !cl.operands().empty()) {
-    std::fprintf(stderr, "rvitunes icons: %s\n\n%s",
-                 cl.error().empty() ? "unexpected operand" : cl.error().c_str(), kIconsUsage);
-    return kExitUsage;
+  CommandLine cl({"--save", "--render"}, {"--json", "--help", "-h"});
+  if (!cl.parse(args)) return reportUsageError("icons", cl.error());
+  if (wantsHelp(cl)) return showUsage(kIconsUsage);
+  if (!cl.operands().empty()) {
+    return reportUsageError("icons", "unexpected operand \"" + cl.operands()[0] + "\"");
   }
-  if (cl.has("--help") || cl.has("-h")) {
-    std::fputs(kIconsUsage, stdout);
-    return kExitOk;
+  if (cl.has("--save") && cl.has("--render")) {
+    return reportUsageError("icons", "--render is another name of --save; give one of them");
   }
-  const std::optional<std::string> renderDir = cl.value("--render");
+  const std::optional<std::string> saveDir =
+      cl.has("--save") ? cl.value("--save") : cl.value("--render");
+  const bool asJson = cl.has("--json");
 
   const plist::Ref<plist::Dictionary> icons = RVITunesInfo::playlistsDisplayIcons();
-  std::printf("resource folder: %s\n", FrameworkBundle::resourceDirectory().c_str());
+  const std::string folder = FrameworkBundle::resourceDirectory();
   if (!icons || icons->size() == 0) {
-    std::fprintf(stderr,
-                 "rvitunes icons: no icons found (the probe icon lumo-books.icns is "
-                 "missing from the resource folder)\n");
-    return kExitFailure;
+    return reportFailure(
+        "icons", "no icons found in " + folder + " (the probe icon lumo-books.icns is missing)");
   }
 
   int status = kExitOk;
+  JsonOut json;
+  json.beginObject().field("resourceFolder", folder).key("icons").beginArray();
+  if (!asJson) std::printf("resource folder: %s\n", folder.c_str());
   for (const plist::Dictionary::Entry& entry : *icons) {
     const std::string key(entry.key.stringView());
     const IconImage* icon = asIconImage(entry.value);
     if (icon == nullptr) {
-      std::printf("%-28s (not an icon image)\n", key.c_str());
+      // Not ours to draw: a host may keep other things in the dictionary.
+      if (asJson) {
+        json.beginObject().field("key", key).nullField("width").nullField("height");
+        json.nullField("source").endObject();
+      } else {
+        std::printf("%-28s (not an icon image)\n", key.c_str());
+      }
       continue;
     }
     const image::Image& img = *icon->image();
-    std::printf("%-28s %4ux%-4u %s\n", key.c_str(), img.width(), img.height(),
-                icon->source().c_str());
-    if (renderDir) {
-      const std::string path = *renderDir + "/" + key + ".png";
+    std::optional<std::string> saved;
+    if (saveDir) {
+      const std::string path = *saveDir + "/" + key + ".png";
       Result<std::vector<uint8_t>> png = img.pngRepresentation();
-      if (!png || !writeFile(path, *png)) {
-        std::fprintf(stderr, "rvitunes icons: cannot write %s\n", path.c_str());
-        status = kExitFailure;
+      if (png && writeFile(path, *png)) {
+        saved = path;
+      } else {
+        status = reportFailure("icons", "cannot write " + path);
       }
     }
+    if (asJson) {
+      json.beginObject().field("key", key).integerField("width", img.width());
+      json.integerField("height", img.height()).field("source", icon->source());
+      if (saveDir) json.field("saved", saved);
+      json.endObject();
+    } else {
+      std::printf("%-28s %4ux%-4u %s\n", key.c_str(), img.width(), img.height(),
+                  icon->source().c_str());
+    }
   }
-  std::printf("%zu icons\n", icons->size());
+  if (asJson) {
+    json.endArray().endObject().print();
+  } else {
+    std::printf("%zu icons\n", icons->size());
+  }
   return status;
 }
 

@@ -19,6 +19,7 @@
 
 #include "CommandLine.h"
 #include "Commands.h"
+#include "JsonOut.h"
 #include "ProgressBar.h"
 #include "rvitunes/base/FileSystem.h"
 #include "rvitunes/cadenza/CZPlaylistCache.h"
@@ -49,38 +50,40 @@ constexpr const char* kLibraryUsage =
     "                            of recent libraries, else ~/Music/iTunes/iTunes Music\n"
     "                            Library.xml; when that is missing too, ask (see --dialogs).\n"
     "                            The file found is remembered for next time.\n"
-    "  playlists [--flags MASK] [--json]\n"
-    "                            the playlists kept under the show flags MASK, in file order\n"
-    "  tracks PLAYLIST_ID [--flags MASK] [--json]\n"
+    "  playlists [--flags MASK]  the playlists kept under the show flags MASK, in file order\n"
+    "  tracks PLAYLIST_ID [--flags MASK]\n"
     "                            the tracks of the kept playlist with that Playlist ID\n"
-    "  items [--flags MASK] [--json]\n"
-    "                            the playlist display items a host lists: position, IDs,\n"
+    "  items [--flags MASK]      the playlist display items a host lists: position, IDs,\n"
     "                            name, true keys, track IDs and icon names\n"
     "  stats                     tracks, playlists, file size and load time\n"
     "  watch [--interval SECONDS]\n"
     "                            poll the file (default every 2 seconds); on a change load it\n"
     "                            again, merge it into what is loaded and print what was added.\n"
-    "                            Ctrl-C ends it.\n"
-    "  track-items PLAYLIST_ID [--json]\n"
-    "                            the display items of that playlist's tracks: IDs, names, the\n"
+    "                            Ctrl-C ends it; the status is 1 when the last change could not\n"
+    "                            be read. --json prints one object per line (\"event\": start,\n"
+    "                            change, error or stop).\n"
+    "  track-items PLAYLIST_ID   the display items of that playlist's tracks: IDs, names, the\n"
     "                            file's URL, path, name and type, the type image, time, video\n"
     "                            and artwork count\n"
-    "  search TEXT [--json]      tracks whose name, artist or album contains TEXT, ignoring\n"
+    "  search TEXT               tracks whose name, artist or album contains TEXT, ignoring\n"
     "                            case and diacritics\n"
-    "  play TRACK_ID [--embedded F]\n"
-    "                            play the track with that ID in the running player (or in one\n"
-    "                            started here on the library file F)\n"
-    "  artwork TRACK_ID [--save FILE] [--embedded F]\n"
-    "                            the track's first artwork from the player; --save writes it\n"
-    "                            as PNG\n"
+    "  play TRACK_ID             play the track with that ID in the running player (with\n"
+    "                            --file F, in one started here on F)\n"
+    "  artwork TRACK_ID [--save FILE]\n"
+    "                            the track's first artwork from the player (as for play);\n"
+    "                            --save writes it to FILE as PNG\n"
     "\n"
     "options:\n"
-    "  --file F                  use the library file F instead of looking for one\n"
+    "  --file F                  the library file F, instead of the one the framework finds;\n"
+    "                            for play and artwork, a player is started inside the tool on F\n"
+    "                            for the command (--embedded F is the older spelling)\n"
     "  --dialogs terminal|desktop|none\n"
     "                            how to ask for the file when none is found; by default\n"
     "                            terminal prompts on a terminal, desktop dialogs when a display\n"
     "                            is present, otherwise nothing is asked\n"
-    "  --json                    one JSON array instead of a table\n"
+    "  --json                    one JSON document instead of text, for every subcommand\n"
+    "                            (watch: one object per line)\n"
+    "  -h, --help                show this help\n"
     "\n"
     "show flags (MASK, decimal or 0x-hex; default 0xFFFF):\n"
     "  0x1 library   0x2 music   0x4 audiobooks and books   0x8 movies   0x10 TV shows\n"
@@ -88,12 +91,14 @@ constexpr const char* kLibraryUsage =
     "  0xFFFF exactly: all of them plus Genius and every other playlist\n"
     "  Playlists marked \"Visible\" in the file are never listed.\n"
     "\n"
-    "exit status: 0 success, 1 the library could not be read, 2 wrong usage or no library\n"
-    "file.\n";
+    "JSON: persistent IDs are strings of 16 hexadecimal digits (null when there is none),\n"
+    "numbers are exact integers; tracks prints the track records of the file as they are.\n"
+    "\n"
+    "exit status: 0 success, 1 the library could not be read or the player refused, 2 wrong\n"
+    "usage or no library file.\n";
 
 int usageError(const std::string& message) {
-  std::fprintf(stderr, "rvitunes library: %s\n\n%s", message.c_str(), kLibraryUsage);
-  return kExitUsage;
+  return reportUsageError("library", message);
 }
 
 uint64_t fileSize(const std::string& path) {
@@ -121,11 +126,13 @@ std::optional<std::string> libraryPath(const CommandLine& cl) {
   return RVITunesHelper::sharediTunesHelper()->playlistLibraryFilePath();
 }
 
-int noLibraryFile() {
+// `path` itself takes no --file, so it is not offered there.
+int noLibraryFile(bool offerFile = true) {
   std::fprintf(stderr,
                "rvitunes library: no library file: none is stored or listed by iTunes, there "
-               "is none at %s, and none was chosen (try --file F or --dialogs terminal)\n",
-               RVITunesHelper::sharediTunesHelper()->defaultiTunesXmlPath().c_str());
+               "is none at %s, and none was chosen (try %s--dialogs terminal)\n",
+               RVITunesHelper::sharediTunesHelper()->defaultiTunesXmlPath().c_str(),
+               offerFile ? "--file F or " : "");
   return kExitUsage;
 }
 
@@ -155,14 +162,21 @@ size_t countOf(const plist::Dictionary& library, std::string_view key) {
 
 // --- JSON and table output -------------------------------------------------------------------
 
+// A number or text of the file as JSON; null for none.
 std::string json(const plist::Value& scalar) {
   if (scalar.isNil()) return "null";
   auto text = plist::JsonWriter::write(scalar, 0);
   return text.ok() ? *text : "null";
 }
 
-std::string jsonString(const std::optional<std::string>& s) {
-  return s ? json(plist::Value::string(*s)) : "null";
+// A persistent ID as the file writes it (text), in the tool's one JSON form.
+std::optional<std::string> hexIdText(const std::optional<std::string>& text) {
+  return text ? std::optional<std::string>(normalisedHexId(*text)) : std::nullopt;
+}
+
+// A persistent ID the framework read as a number; 0 is none.
+JsonOut& hexIdOrNull(JsonOut& out, int64_t id) {
+  return id == 0 ? out.null() : out.hexId(static_cast<uint64_t>(id));
 }
 
 // The name under which `image` stands in the icon dictionary, if it does.
@@ -187,21 +201,20 @@ plist::Value numberField(const plist::Dictionary& record, std::string_view key) 
 
 void printPlaylistsJson(RVITunesInfo& info, const std::vector<plist::Value>& kept) {
   plist::Ref<plist::Dictionary> icons = RVITunesIcons();
-  std::string out = "[";
+  JsonOut out;
+  out.beginArray();
   for (size_t i = 0; i < kept.size(); ++i) {
     const plist::Dictionary& record = *kept[i].asDictionary();
-    out += i == 0 ? "\n  {" : ",\n  {";
-    out += "\"position\": " + std::to_string(i);
-    out += ", \"playlistId\": " + json(numberField(record, "Playlist ID"));
-    out += ", \"name\": " + jsonString(stringField(record, "Name"));
-    out += ", \"persistentId\": " + jsonString(stringField(record, "Playlist Persistent ID"));
-    out += ", \"icon\": " + jsonString(iconName(icons.get(), record.get(kPlaylistIconKey)));
-    out += ", \"darkIcon\": " + jsonString(iconName(icons.get(), record.get(kPlaylistIconDarkKey)));
-    out += ", \"trackCount\": " + std::to_string(info.trackCountForPlaylist(kept[i]));
-    out += "}";
+    out.beginObject().integerField("position", static_cast<int64_t>(i));
+    out.key("playlistId").raw(json(numberField(record, "Playlist ID")));
+    out.field("name", stringField(record, "Name"));
+    out.field("persistentId", hexIdText(stringField(record, "Playlist Persistent ID")));
+    out.field("icon", iconName(icons.get(), record.get(kPlaylistIconKey)));
+    out.field("darkIcon", iconName(icons.get(), record.get(kPlaylistIconDarkKey)));
+    out.integerField("trackCount", static_cast<int64_t>(info.trackCountForPlaylist(kept[i])));
+    out.endObject();
   }
-  out += kept.empty() ? "]\n" : "\n]\n";
-  std::fwrite(out.data(), 1, out.size(), stdout);
+  out.endArray().print();
 }
 
 void printPlaylistsTable(RVITunesInfo& info, const std::vector<plist::Value>& kept) {
@@ -243,11 +256,15 @@ void printTracksTable(const std::vector<plist::Value>& tracks) {
 
 // --- subcommands -------------------------------------------------------------------------------
 
-int showPath() {
+int showPath(bool asJson) {
   std::optional<std::string> found =
       RVITunesHelper::sharediTunesHelper()->playlistLibraryFilePath();
-  if (!found) return noLibraryFile();
-  std::printf("%s\n", found->c_str());
+  if (!found) return noLibraryFile(false);
+  if (asJson) {
+    JsonOut().beginObject().field("path", *found).endObject().print();
+  } else {
+    std::printf("%s\n", found->c_str());
+  }
   return kExitOk;
 }
 
@@ -321,6 +338,17 @@ int showStats(const CommandLine& cl) {
   if (!info) return kExitFailure;
   const RVITunesInfo::LoadResult& result = info->loadResult();
   uint64_t size = fileSize(*file);
+  if (cl.has("--json")) {
+    JsonOut out;
+    out.beginObject().field("file", *file);
+    out.field("format", result.format == plist::Format::kBinary ? "binary" : "xml");
+    out.key("fileSize").unsignedInteger(size).key("loadSeconds").real(result.seconds);
+    out.integerField("tracks", static_cast<int64_t>(countOf(*info->library(), "Tracks")));
+    out.integerField("playlists", static_cast<int64_t>(countOf(*info->library(), "Playlists")));
+    out.integerField("repaired", static_cast<int64_t>(result.warnings.size()));
+    out.endObject().print();
+    return kExitOk;
+  }
   std::printf("file:       %s\n", file->c_str());
   std::printf("format:     %s\n", result.format == plist::Format::kBinary ? "binary" : "XML");
   std::printf("file size:  %llu bytes (%.1f MiB)\n", static_cast<unsigned long long>(size),
@@ -352,28 +380,26 @@ std::optional<std::string> itemIconName(const plist::Dictionary* icons,
 
 void printItemsJson(const RVITunesHelper::PlaylistItems& items) {
   plist::Ref<plist::Dictionary> icons = RVITunesIcons();
-  std::string out = "[";
-  for (size_t i = 0; i < items.size(); ++i) {
-    const RVITunesPlaylist& item = *items[i];
-    out += i == 0 ? "\n  {" : ",\n  {";
-    out += "\"sortID\": " + std::to_string(item.sortID());
-    out += ", \"playlistId\": " + std::to_string(item.playlistId());
-    out += ", \"playlistName\": " + jsonString(item.playlistName());
-    out += ", \"libPersistentId\": " + std::to_string(item.libPersistentId());
-    out += ", \"strTrueKeys\": [";
-    for (size_t k = 0; k < item.strTrueKeys().size(); ++k) {
-      out += (k == 0 ? "" : ", ") + jsonString(item.strTrueKeys()[k]);
-    }
-    out += "], \"trackIds\": [";
-    std::vector<plist::Value> ids = trackIdsOf(item);
-    for (size_t k = 0; k < ids.size(); ++k)
-      out += (k == 0 ? "" : ", ") + json(ids[k]);
-    out += "], \"icon\": " + jsonString(itemIconName(icons.get(), item.listImage()));
-    out += ", \"darkIcon\": " + jsonString(itemIconName(icons.get(), item.listDarkImage()));
-    out += "}";
+  JsonOut out;
+  out.beginArray();
+  for (const auto& entry : items) {
+    const RVITunesPlaylist& item = *entry;
+    out.beginObject().integerField("sortID", item.sortID());
+    out.integerField("playlistId", item.playlistId());
+    out.field("playlistName", item.playlistName());
+    hexIdOrNull(out.key("libPersistentId"), item.libPersistentId());
+    out.key("strTrueKeys").beginArray();
+    for (const std::string& trueKey : item.strTrueKeys())
+      out.string(trueKey);
+    out.endArray().key("trackIds").beginArray();
+    for (const plist::Value& id : trackIdsOf(item))
+      out.raw(json(id));
+    out.endArray();
+    out.field("icon", itemIconName(icons.get(), item.listImage()));
+    out.field("darkIcon", itemIconName(icons.get(), item.listDarkImage()));
+    out.endObject();
   }
-  out += items.empty() ? "]\n" : "\n]\n";
-  std::fwrite(out.data(), 1, out.size(), stdout);
+  out.endArray().print();
 }
 
 void printItemsTable(const RVITunesHelper::PlaylistItems& items) {
@@ -464,6 +490,71 @@ std::string timeOfDay() {
   return text;
 }
 
+// The time of a watch event in JSON: UTC, ISO-8601 (the text lines show the local time of day).
+std::string isoNow() {
+  std::time_t now = std::time(nullptr);
+  std::tm utc{};
+  gmtime_r(&now, &utc);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+  return text;
+}
+
+// The watch's events: text lines, or one JSON object per line.
+class WatchReport {
+ public:
+  explicit WatchReport(bool asJson) : asJson_(asJson) {}
+
+  void started(const std::string& file, size_t tracks, size_t playlists) {
+    if (!asJson_) {
+      std::printf("%s watching %s: %zu tracks, %zu playlists\n", timeOfDay().c_str(), file.c_str(),
+                  tracks, playlists);
+      std::fflush(stdout);
+      return;
+    }
+    JsonOut out;
+    out.beginObject().field("event", "start").field("time", isoNow()).field("file", file);
+    counts(out, tracks, playlists).endObject().print();
+  }
+  void changed(const std::string& file, size_t addedTracks, size_t addedPlaylists, size_t tracks,
+               size_t playlists) {
+    if (!asJson_) {
+      std::printf(
+          "%s %s changed: added %zu tracks, %zu playlists (now %zu tracks, %zu playlists)\n",
+          timeOfDay().c_str(), file.c_str(), addedTracks, addedPlaylists, tracks, playlists);
+      std::fflush(stdout);
+      return;
+    }
+    JsonOut out;
+    out.beginObject().field("event", "change").field("time", isoNow()).field("file", file);
+    out.integerField("addedTracks", static_cast<int64_t>(addedTracks));
+    out.integerField("addedPlaylists", static_cast<int64_t>(addedPlaylists));
+    counts(out, tracks, playlists).endObject().print();
+  }
+  // The reason is on stderr already; the stream says that this change was not taken.
+  void unreadable(const std::string& file) {
+    if (!asJson_) return;
+    JsonOut out;
+    out.beginObject().field("event", "error").field("time", isoNow()).field("file", file);
+    out.endObject().print();
+  }
+  void stopped() {
+    if (!asJson_) {
+      std::printf("%s stopped\n", timeOfDay().c_str());
+      std::fflush(stdout);
+      return;
+    }
+    JsonOut().beginObject().field("event", "stop").field("time", isoNow()).endObject().print();
+  }
+
+ private:
+  static JsonOut& counts(JsonOut& out, size_t tracks, size_t playlists) {
+    return out.integerField("tracks", static_cast<int64_t>(tracks))
+        .integerField("playlists", static_cast<int64_t>(playlists));
+  }
+  bool asJson_;
+};
+
 int watchLibrary(const CommandLine& cl) {
   if (cl.operands().size() != 1) return usageError("watch takes no operands");
   double interval = 2.0;
@@ -471,7 +562,8 @@ int watchLibrary(const CommandLine& cl) {
     char* end = nullptr;
     interval = std::strtod(text->c_str(), &end);
     if (text->empty() || *end != '\0' || !(interval > 0.0) || interval > 86400.0) {
-      return usageError("--interval needs a number of seconds above 0 and at most 86400");
+      return usageError("--interval needs a number of seconds above 0 and at most 86400, not \"" +
+                        *text + "\"");
     }
   }
   std::optional<std::string> fixed = cl.value("--file");
@@ -486,11 +578,12 @@ int watchLibrary(const CommandLine& cl) {
   if (!info) return kExitFailure;
   helper->setItunesInfo(info);
   if (date) helper->setXmlInfodate(date);
-  std::printf("%s watching %s: %zu tracks, %zu playlists\n", timeOfDay().c_str(), file->c_str(),
-              countOf(*info->library(), "Tracks"), countOf(*info->library(), "Playlists"));
-  std::fflush(stdout);
+  WatchReport report(cl.has("--json"));
+  report.started(*file, countOf(*info->library(), "Tracks"),
+                 countOf(*info->library(), "Playlists"));
 
   StopSignals signals;
+  bool lastChangeUnreadable = false;
   while (!stopRequested) {
     sleepUnlessStopped(interval);
     if (stopRequested) break;
@@ -502,21 +595,23 @@ int watchLibrary(const CommandLine& cl) {
     std::optional<Date> newDate = fs.modificationDate(*current);
     std::shared_ptr<RVITunesInfo> newer = load(*current);
     if (newDate) helper->setXmlInfodate(newDate);
-    if (!newer) continue;  // told on stderr; tried again when the file next changes
+    lastChangeUnreadable = !newer;
+    if (!newer) {
+      // Told on stderr; tried again when the file next changes.
+      report.unreadable(*current);
+      continue;
+    }
     const plist::Dictionary& library = *info->library();
     size_t tracksBefore = countOf(library, "Tracks");
     size_t playlistsBefore = countOf(library, "Playlists");
     info->updateListLibrary(newer);
     size_t tracksAfter = countOf(library, "Tracks");
     size_t playlistsAfter = countOf(library, "Playlists");
-    std::printf("%s %s changed: added %zu tracks, %zu playlists (now %zu tracks, %zu playlists)\n",
-                timeOfDay().c_str(), current->c_str(), tracksAfter - tracksBefore,
-                playlistsAfter - playlistsBefore, tracksAfter, playlistsAfter);
-    std::fflush(stdout);
+    report.changed(*current, tracksAfter - tracksBefore, playlistsAfter - playlistsBefore,
+                   tracksAfter, playlistsAfter);
   }
-  std::printf("%s stopped\n", timeOfDay().c_str());
-  std::fflush(stdout);
-  return kExitOk;
+  report.stopped();
+  return lastChangeUnreadable ? kExitFailure : kExitOk;
 }
 
 // --- Display items: track-items, search, play, artwork ------------------------------------------
@@ -585,10 +680,6 @@ std::optional<long long> wholeNumber(const std::string& text) {
   return value;
 }
 
-std::string jsonNumber(long long value) {
-  return std::to_string(value);
-}
-
 int listTrackItems(const CommandLine& cl) {
   if (cl.operands().size() != 2) return usageError("track-items takes exactly one PLAYLIST_ID");
   const auto wanted = wholeNumber(cl.operands()[1]);
@@ -625,9 +716,9 @@ int listTrackItems(const CommandLine& cl) {
     }
   }
   const bool asJson = cl.has("--json");
-  if (asJson) {
-    std::printf("[");
-  } else {
+  JsonOut out;
+  out.beginArray();
+  if (!asJson) {
     std::printf("%9s  %-6s  %-16s  %7s  %s\n", "track id", "type", "type image", "artwork",
                 "name / artist / album / path");
   }
@@ -642,20 +733,17 @@ int listTrackItems(const CommandLine& cl) {
                   item.filePath().value_or("-").c_str());
       continue;
     }
-    std::printf(
-        "%s\n  {\"trackId\": %s, \"persistentId\": %s, \"trackName\": %s, \"artistName\": %s, "
-        "\"albumName\": %s, \"fileUrl\": %s, \"filePath\": %s, \"fileName\": %s, \"fileType\": %s, "
-        "\"typeImage\": %s, \"totalTime\": %s, \"hasVideo\": %s, \"artworkCount\": %s}",
-        i == 0 ? "" : ",", jsonNumber(item.trackId()).c_str(),
-        jsonNumber(item.persistentId()).c_str(), jsonString(item.trackName()).c_str(),
-        jsonString(item.artistName()).c_str(), jsonString(item.albumName()).c_str(),
-        jsonString(item.fileUrl()).c_str(), jsonString(item.filePath()).c_str(),
-        jsonString(item.fileName()).c_str(), jsonString(item.fileType()).c_str(),
-        jsonString(imageName).c_str(), jsonNumber(item.totalTime()).c_str(),
-        jsonNumber(item.hasVideo()).c_str(), jsonNumber(item.artworkCount()).c_str());
+    out.beginObject().integerField("trackId", item.trackId());
+    hexIdOrNull(out.key("persistentId"), item.persistentId());
+    out.field("trackName", item.trackName()).field("artistName", item.artistName());
+    out.field("albumName", item.albumName()).field("fileUrl", item.fileUrl());
+    out.field("filePath", item.filePath()).field("fileName", item.fileName());
+    out.field("fileType", item.fileType()).field("typeImage", imageName);
+    out.integerField("totalTime", item.totalTime()).booleanField("hasVideo", item.hasVideo() != 0);
+    out.integerField("artworkCount", item.artworkCount()).endObject();
   }
   if (asJson) {
-    std::printf("%s]\n", items.empty() ? "" : "\n");
+    out.endArray().print();
   } else {
     std::printf("%zu track item%s\n", items.size(), items.size() == 1 ? "" : "s");
   }
@@ -674,7 +762,8 @@ int searchTracks(const CommandLine& cl) {
       helper.searchTrackKeysByString(cl.operands()[1]).value_or(std::vector<plist::Value>{});
   plist::Ref<plist::Dictionary> tracks = helper.itunesTracksInfo();
   const bool asJson = cl.has("--json");
-  if (asJson) std::printf("[");
+  JsonOut out;
+  out.beginArray();
   for (size_t i = 0; i < keys.size(); ++i) {
     const plist::Value record = tracks ? tracks->get(keys[i]) : plist::Value();
     const plist::Dictionary* dict = record.asDictionary();
@@ -682,14 +771,21 @@ int searchTracks(const CommandLine& cl) {
     const std::optional<std::string> name =
         dict != nullptr ? stringField(*dict, "Name") : std::nullopt;
     if (asJson) {
-      std::printf("%s\n  {\"trackId\": %s, \"name\": %s}", i == 0 ? "" : ",", id.c_str(),
-                  jsonString(name).c_str());
+      // The keys of the Tracks dictionary are the track IDs as text: numbers in JSON, unless
+      // a file has something else there.
+      out.beginObject().key("trackId");
+      if (const auto number = wholeNumber(id)) {
+        out.integer(*number);
+      } else {
+        out.string(id);
+      }
+      out.field("name", name).endObject();
     } else {
       std::printf("%9s  %s\n", id.c_str(), name.value_or("-").c_str());
     }
   }
   if (asJson) {
-    std::printf("%s]\n", keys.empty() ? "" : "\n");
+    out.endArray().print();
   } else {
     std::printf("%zu track%s\n", keys.size(), keys.size() == 1 ? "" : "s");
   }
@@ -709,8 +805,8 @@ class PlayerForCommand {
   PlayerForCommand& operator=(const PlayerForCommand&) = delete;
 
   // False (after the reason) when the embedded player cannot start or no player answers.
-  bool start(const CommandLine& cl) {
-    if (auto library = cl.value("--embedded")) {
+  bool start(const std::optional<std::string>& library) {
+    if (library) {
       auto server = player::PlayerServer::startInProcess(*library, player::PlayerServerOptions{});
       if (!server.ok()) {
         std::fprintf(stderr, "rvitunes library: cannot start a player on %s: %s\n",
@@ -737,40 +833,71 @@ std::shared_ptr<RVITunesTrackItem> itemForTrackOperand(const CommandLine& cl) {
   return item;
 }
 
+// The library file of a command that talks to the player: a player is started on it when given.
+std::optional<std::string> embeddedLibrary(const CommandLine& cl) {
+  if (auto file = cl.value("--file")) return file;
+  return cl.value("--embedded");
+}
+
 int playTrackItem(const CommandLine& cl) {
   std::shared_ptr<RVITunesTrackItem> item = itemForTrackOperand(cl);
   if (!item) return usageError("play takes exactly one TRACK_ID, a positive whole number");
   PlayerForCommand player;
-  if (!player.start(cl)) return kExitFailure;
+  if (!player.start(embeddedLibrary(cl))) return kExitFailure;
   if (!item->playCzTrack()) {
     std::fprintf(stderr, "rvitunes library: the player has no track with ID %d\n", item->trackId());
     return kExitFailure;
   }
-  std::printf("playing track %d\n", item->trackId());
+  if (cl.has("--json")) {
+    JsonOut()
+        .beginObject()
+        .integerField("trackId", item->trackId())
+        .booleanField("playing", true)
+        .endObject()
+        .print();
+  } else {
+    std::printf("playing track %d\n", item->trackId());
+  }
   return kExitOk;
+}
+
+bool writeFile(const std::string& path, const std::vector<uint8_t>& bytes) {
+  std::FILE* out = std::fopen(path.c_str(), "wb");
+  if (out == nullptr) return false;
+  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), out) == bytes.size();
+  return std::fclose(out) == 0 && written;
 }
 
 int showArtwork(const CommandLine& cl) {
   std::shared_ptr<RVITunesTrackItem> item = itemForTrackOperand(cl);
   if (!item) return usageError("artwork takes exactly one TRACK_ID, a positive whole number");
   PlayerForCommand player;
-  if (!player.start(cl)) return kExitFailure;
+  if (!player.start(embeddedLibrary(cl))) return kExitFailure;
   std::shared_ptr<const image::Image> artwork = item->metaImage();
   if (!artwork) {
     std::fprintf(stderr, "rvitunes library: no artwork for track %d\n", item->trackId());
     return kExitFailure;
   }
-  std::printf("track %d: artwork %ux%u\n", item->trackId(), artwork->width(), artwork->height());
-  if (auto path = cl.value("--save")) {
+  const std::optional<std::string> path = cl.value("--save");
+  if (path) {
     auto png = artwork->pngRepresentation();
-    std::FILE* out = png.ok() ? std::fopen(path->c_str(), "wb") : nullptr;
-    const bool written =
-        out != nullptr && std::fwrite(png->data(), 1, png->size(), out) == png->size();
-    if (out != nullptr && std::fclose(out) != 0) return kExitFailure;
-    if (!written) {
+    if (!png.ok()) {
+      std::fprintf(stderr, "rvitunes library: cannot encode the artwork of track %d as PNG: %s\n",
+                   item->trackId(), png.status().toString().c_str());
+      return kExitFailure;
+    }
+    if (!writeFile(*path, *png)) {
       std::fprintf(stderr, "rvitunes library: cannot write %s\n", path->c_str());
       return kExitFailure;
     }
+  }
+  if (cl.has("--json")) {
+    JsonOut out;
+    out.beginObject().integerField("trackId", item->trackId());
+    out.integerField("width", artwork->width()).integerField("height", artwork->height());
+    out.field("saved", path).endObject().print();
+  } else {
+    std::printf("track %d: artwork %ux%u\n", item->trackId(), artwork->width(), artwork->height());
   }
   return kExitOk;
 }
@@ -781,10 +908,7 @@ int runLibrary(const std::vector<std::string>& args) {
   CommandLine cl({"--file", "--flags", "--dialogs", "--interval", "--embedded", "--save"},
                  {"--json", "--help", "-h"});
   if (!cl.parse(args)) return usageError(cl.error());
-  if (cl.has("--help") || cl.has("-h")) {
-    std::fputs(kLibraryUsage, stdout);
-    return kExitOk;
-  }
+  if (wantsHelp(cl)) return showUsage(kLibraryUsage);
   if (cl.operands().empty()) return usageError("missing subcommand");
   const std::string& sub = cl.operands()[0];
 
@@ -803,9 +927,22 @@ int runLibrary(const std::vector<std::string>& args) {
     mask = *parsed;
   }
 
+  const bool talksToPlayer = sub == "play" || sub == "artwork";
+  if (cl.has("--embedded") && !talksToPlayer) {
+    return usageError("--embedded goes with play and artwork; the others read the file itself");
+  }
+  if (cl.has("--embedded") && cl.has("--file")) {
+    return usageError("--embedded is the older name of --file; give one of them");
+  }
+  if (cl.has("--save") && sub != "artwork") return usageError("--save goes with artwork only");
+  if (cl.has("--flags") && sub != "playlists" && sub != "tracks" && sub != "items") {
+    return usageError("--flags goes with playlists, tracks and items only");
+  }
+  if (cl.has("--interval") && sub != "watch") return usageError("--interval goes with watch only");
   if (sub == "path") {
     if (cl.operands().size() != 1) return usageError("path takes no operands");
-    return showPath();
+    if (cl.has("--file")) return usageError("path finds the file; it takes no --file");
+    return showPath(cl.has("--json"));
   }
   if (sub == "playlists") return listPlaylists(cl, mask);
   if (sub == "tracks") return listTracks(cl, mask);

@@ -22,6 +22,7 @@
 
 #include "CommandLine.h"
 #include "Commands.h"
+#include "JsonOut.h"
 #include "rvitunes/ae/Build.h"
 #include "rvitunes/ae/Coercion.h"
 #include "rvitunes/ae/EventManager.h"
@@ -38,7 +39,6 @@
 #include "rvitunes/player/PlayerCodes.h"
 #include "rvitunes/player/PlayerServer.h"
 #include "rvitunes/player/PlayerVersion.h"
-#include "rvitunes/plist/JsonWriter.h"
 #include "rvitunes/plist/Value.h"
 
 namespace rvitunes::cli {
@@ -46,16 +46,16 @@ namespace rvitunes::cli {
 namespace {
 
 constexpr const char* kPlayerUsage =
-    "usage: rvitunes player serve --library FILE [--player-version V] [--name NAME] [--verbose]\n"
-    "       rvitunes player ping [--timeout SECONDS]\n"
-    "       rvitunes player COMMAND [ARGS] [--json] [--embedded FILE [--player-version V]]\n"
+    "usage: rvitunes player serve --file FILE [--player-version V] [--name NAME] [--verbose]\n"
+    "       rvitunes player ping [--timeout SECONDS] [--json]\n"
+    "       rvitunes player COMMAND [ARGS] [--json] [--file FILE [--player-version V]]\n"
     "                               [--timeout SECONDS] [--verbose]\n"
     "\n"
     "  serve   run the reference player on the event bus under 'hook' until it is told to\n"
     "          quit (the quit event, SIGINT, SIGTERM); the same as rvitunes-player\n"
     "  ping    ask the running player for its name and version and show the round trip\n"
     "\n"
-    "control commands:\n"
+    "control commands ('rvitunes player COMMAND --help' shows one of them):\n"
     "  status                       state, position, volume, equalizer, current track and "
     "playlist\n"
     "  play | pause | play-pause | next | previous | back | stop | resume | fast-forward | rewind\n"
@@ -83,22 +83,46 @@ constexpr const char* kPlayerUsage =
     "  PID and PLAYLIST are persistent IDs in hexadecimal (as the listings show them);\n"
     "  PLAYLIST may also be \"library\".\n"
     "\n"
-    "  --json             one JSON document instead of text (status, version, playlists,\n"
-    "                     tracks, track, search, add, selection, volume, eq)\n"
-    "  --embedded FILE    start a player in this process on the library FILE instead of\n"
-    "                     talking to the running one (changes are written back to FILE)\n"
-    "  --player-version V the version the embedded player pretends to be (default 7.7.1)\n"
+    "options:\n"
+    "  --json             one JSON document instead of text, for every command that prints\n"
+    "                     something; persistent IDs as strings of 16 hexadecimal digits\n"
+    "  --file FILE        start a player in this process on the library FILE instead of\n"
+    "                     talking to the running one (changes are written back to FILE);\n"
+    "                     --embedded FILE is the older spelling. With serve: the library to\n"
+    "                     serve (--library FILE, the daemon's spelling, is the same)\n"
+    "  --player-version V the version that player pretends to be (default 7.7.1)\n"
     "  --timeout SECONDS  how long to wait for each answer (default 10; ping: 5)\n"
     "  --verbose          show the framework's diagnostic lines on standard error\n"
+    "  -h, --help         show this help\n"
+    "\n"
+    "exit status: 0 success, 1 the player did not start, is not running, did not answer or\n"
+    "refused, 2 wrong usage.\n";
+
+constexpr const char* kPingUsage =
+    "usage: rvitunes player ping [--timeout SECONDS] [--json]\n"
+    "\n"
+    "Asks the running player for its name and version and shows the round trip.\n"
+    "\n"
+    "  --timeout SECONDS  how long to wait for each answer (default 5)\n"
+    "  --json             one object {\"name\", \"version\", \"roundTripMs\", \"firstRequestMs\"}\n"
+    "  -h, --help         show this help\n"
+    "\n"
+    "exit status: 0 a player answered, 1 none did, 2 wrong usage.\n";
+
+// The options every control command takes, for its own --help.
+constexpr const char* kControlOptions =
+    "  --file FILE        start a player in this process on the library FILE instead of\n"
+    "                     talking to the running one (--embedded FILE is the same)\n"
+    "  --player-version V the version that player pretends to be (default 7.7.1)\n"
+    "  --timeout SECONDS  how long to wait for each answer (default 10)\n"
+    "  --verbose          show the framework's diagnostic lines on standard error\n"
+    "  -h, --help         show this help\n"
     "\n"
     "exit status: 0 success, 1 the player did not start, is not running, did not answer or\n"
     "refused, 2 wrong usage.\n";
 
 int usageError(const std::string& message) {
-  std::fflush(stdout);
-  std::fprintf(stderr, "rvitunes player: %s\n(rvitunes player --help shows the usage)\n",
-               message.c_str());
-  return kExitUsage;
+  return reportUsageError("player", message);
 }
 
 std::string statusText(OSStatus status) {
@@ -158,12 +182,9 @@ std::optional<double> parseSeconds(const std::string& text) {
 }
 
 int ping(const std::vector<std::string>& args) {
-  CommandLine line({"--timeout"}, {"--help", "-h"});
+  CommandLine line({"--timeout"}, {"--json", "--help", "-h"});
   if (!line.parse(args)) return usageError(line.error());
-  if (line.has("--help") || line.has("-h")) {
-    std::fputs(kPlayerUsage, stdout);
-    return kExitOk;
-  }
+  if (wantsHelp(line)) return showUsage(kPingUsage);
   if (!line.operands().empty()) return usageError("ping takes no operands");
   double seconds = 5;
   if (auto value = line.value("--timeout")) {
@@ -194,6 +215,16 @@ int ping(const std::vector<std::string>& args) {
   }
   auto nameText = ae::textValue(name.value);
   auto versionText = ae::textValue(version.value);
+  if (line.has("--json")) {
+    JsonOut out;
+    const auto known = [](const Result<std::string>& text) {
+      return text ? std::optional<std::string>(*text) : std::nullopt;
+    };
+    out.beginObject().field("name", known(nameText)).field("version", known(versionText));
+    out.key("roundTripMs").real(version.milliseconds);
+    out.key("firstRequestMs").real(name.milliseconds).endObject().print();
+    return kExitOk;
+  }
   std::printf("name: %s\n", nameText ? nameText->c_str() : "?");
   std::printf("version: %s\n", versionText ? versionText->c_str() : "?");
   std::printf("round trip: %.3f ms (first request %.3f ms)\n", version.milliseconds,
@@ -203,42 +234,9 @@ int ping(const std::vector<std::string>& args) {
 
 // ---- Output helpers ---------------------------------------------------------------------------
 
-std::string jsonString(std::string_view text) {
-  auto written = plist::JsonWriter::write(plist::Value::string(text), 0);
-  return written.ok() ? *written : "\"\"";
-}
-
-std::string jsonOptional(const std::optional<std::string>& text) {
-  return text ? jsonString(*text) : "null";
-}
-
-// One JSON object written field by field, in order.
-class JsonObject {
- public:
-  JsonObject& raw(std::string_view key, std::string_view json) {
-    text_ += text_.empty() ? "{" : ", ";
-    text_ += jsonString(key) + ": " + std::string(json);
-    return *this;
-  }
-  JsonObject& text(std::string_view key, const std::optional<std::string>& value) {
-    return raw(key, jsonOptional(value));
-  }
-  JsonObject& number(std::string_view key, int64_t value) {
-    return raw(key, std::to_string(value));
-  }
-  JsonObject& flag(std::string_view key, bool value) { return raw(key, value ? "true" : "false"); }
-  std::string str() const { return text_.empty() ? "{}" : text_ + "}"; }
-
- private:
-  std::string text_;
-};
-
-std::string jsonArray(const std::vector<std::string>& items) {
-  std::string out = "[";
-  for (size_t i = 0; i < items.size(); ++i) {
-    out += (i == 0 ? "\n  " : ",\n  ") + items[i];
-  }
-  return out + (items.empty() ? "]" : "\n]");
+// A persistent ID the framework gives as text, in the tool's one JSON form.
+std::optional<std::string> hexIdText(const std::optional<std::string>& text) {
+  return text ? std::optional<std::string>(normalisedHexId(*text)) : std::nullopt;
 }
 
 std::string hexId(int64_t id) {
@@ -466,23 +464,20 @@ std::string trackLine(CZTrack& track) {
          track.time().value_or("");
 }
 
-std::string trackJson(CZTrack& track) {
-  return JsonObject()
-      .text("persistentId", track.persistentIdHexString())
-      .number("databaseId", track.databaseId())
-      .text("name", track.name())
-      .text("artist", track.artist())
-      .text("album", track.album())
-      .text("time", track.time())
-      .str();
+void trackJson(JsonOut& out, CZTrack& track) {
+  out.beginObject().field("persistentId", hexIdText(track.persistentIdHexString()));
+  out.integerField("databaseId", track.databaseId()).field("name", track.name());
+  out.field("artist", track.artist()).field("album", track.album()).field("time", track.time());
+  out.endObject();
 }
 
 int printTracks(const std::vector<std::shared_ptr<CZTrack>>& tracks, bool json) {
   if (json) {
-    std::vector<std::string> items;
+    JsonOut out;
+    out.beginArray();
     for (const auto& track : tracks)
-      items.push_back(trackJson(*track));
-    std::printf("%s\n", jsonArray(items).c_str());
+      trackJson(out, *track);
+    out.endArray().print();
   } else {
     for (const auto& track : tracks)
       std::printf("%s\n", trackLine(*track).c_str());
@@ -505,7 +500,7 @@ struct TrackProperty {
 };
 
 Shown shownText(const std::optional<std::string>& value) {
-  return {value, jsonOptional(value)};
+  return {value, value ? jsonQuote(*value) : "null"};
 }
 
 Shown shownNumber(int64_t value) {
@@ -521,7 +516,7 @@ Shown shownFlag(bool value) {
 Shown shownDate(const std::optional<Date>& value) {
   if (!value || *value == Date::fromLongDateTime(0)) return {std::nullopt, "null"};
   const std::string text = value->iso8601();
-  return {text, jsonString(text)};
+  return {text, jsonQuote(text)};
 }
 
 std::optional<int32_t> parseInteger(const std::string& text) {
@@ -683,24 +678,19 @@ void printTree(TreeWalk& walk, CZPlaylist& playlist, int depth) {
   }
 }
 
-std::string treeJson(TreeWalk& walk, CZPlaylist& playlist, int depth) {
+void treeJson(JsonOut& out, TreeWalk& walk, CZPlaylist& playlist) {
   const int64_t id = playlist.persistentId();
   const bool synthetic = playlist.descriptor().isNull();
-  JsonObject object;
-  object.text("name", playlist.name()).text("persistentId", hexId(id)).flag("synthetic", synthetic);
-  if (!synthetic) object.text("specialKind", fourCharString(playlist.specialKind()));
-  std::string children = "[";
+  out.beginObject().field("name", playlist.name()).field("persistentId", hexId(id));
+  out.booleanField("synthetic", synthetic);
+  if (!synthetic) out.field("specialKind", fourCharString(playlist.specialKind()));
+  out.key("children").beginArray();
   if (walk.seen.insert(id).second) {
-    bool first = true;
     for (int64_t child : playlist.childPlaylistIds()) {
-      auto next = walk.lookup(child);
-      if (!next) continue;
-      children += (first ? "" : ", ") + treeJson(walk, *next, depth + 1);
-      first = false;
+      if (auto next = walk.lookup(child)) treeJson(out, walk, *next);
     }
   }
-  object.raw("children", children + "]");
-  return object.str();
+  out.endArray().endObject();
 }
 
 // ---- The control commands ---------------------------------------------------------------------
@@ -723,19 +713,23 @@ int showStatus(Control& c) {
   const auto track = controller->currentTrack();
   const auto playlist = controller->currentPlaylist();
   if (c.json) {
-    JsonObject out;
-    out.text("state", stateName(state))
-        .text("stateCode", fourCharString(state))
-        .number("position", position)
-        .number("volume", volume)
-        .flag("equalizer", eq)
-        .raw("track", track ? trackJson(*track) : "null")
-        .raw("playlist", playlist ? JsonObject()
-                                        .text("name", playlist->name())
-                                        .text("persistentId", playlist->persistentIdAsString())
-                                        .str()
-                                  : "null");
-    std::printf("%s\n", out.str().c_str());
+    JsonOut out;
+    out.beginObject().field("state", stateName(state)).field("stateCode", fourCharString(state));
+    out.integerField("position", position).integerField("volume", volume);
+    out.booleanField("equalizer", eq).key("track");
+    if (track) {
+      trackJson(out, *track);
+    } else {
+      out.null();
+    }
+    out.key("playlist");
+    if (playlist) {
+      out.beginObject().field("name", playlist->name());
+      out.field("persistentId", hexIdText(playlist->persistentIdAsString())).endObject();
+    } else {
+      out.null();
+    }
+    out.endObject().print();
     return kExitOk;
   }
   std::printf("state: %s\n", stateName(state).c_str());
@@ -802,7 +796,7 @@ int volume(Control& c) {
   const int32_t now = controller->soundVolume();
   if (now < 0) return c.session.fail("the player did not tell its volume");
   if (c.json) {
-    std::printf("%s\n", JsonObject().number("volume", now).str().c_str());
+    JsonOut().beginObject().integerField("volume", now).endObject().print();
   } else {
     std::printf("volume: %d\n", now);
   }
@@ -816,7 +810,7 @@ int equalizer(Control& c) {
   }
   const bool on = controller->eqEnabled();
   if (c.json) {
-    std::printf("%s\n", JsonObject().flag("equalizer", on).str().c_str());
+    JsonOut().beginObject().booleanField("equalizer", on).endObject().print();
   } else {
     std::printf("equalizer: %s\n", on ? "on" : "off");
   }
@@ -829,7 +823,7 @@ int version(Control& c) {
   char packed[16];
   std::snprintf(packed, sizeof packed, "0x%X", controller->versionNumber());
   if (c.json) {
-    std::printf("%s\n", JsonObject().text("version", text).text("packed", packed).str().c_str());
+    JsonOut().beginObject().field("version", text).field("packed", packed).endObject().print();
   } else {
     std::printf("version: %s\npacked: %s\n", text.c_str(), packed);
   }
@@ -841,7 +835,9 @@ int playlists(Control& c) {
   const auto root = walk.lookup(CZPlaylistCache::kRootId);
   if (!root) return c.session.fail("the playlist tree has no root");
   if (c.json) {
-    std::printf("%s\n", treeJson(walk, *root, 0).c_str());
+    JsonOut out;
+    treeJson(out, walk, *root);
+    out.print();
   } else {
     printTree(walk, *root, 0);
   }
@@ -860,10 +856,11 @@ int track(Control& c) {
   const auto found = findTrack(c.session, c.operands[0], &status);
   if (!found) return status;
   if (c.json) {
-    JsonObject out;
+    JsonOut out;
+    out.beginObject();
     for (const TrackProperty& p : trackProperties())
-      out.raw(p.name, p.get(*found).json);
-    std::printf("%s\n", out.str().c_str());
+      out.key(p.name).raw(p.get(*found).json);
+    out.endObject().print();
   } else {
     for (const TrackProperty& p : trackProperties()) {
       const Shown shown = p.get(*found);
@@ -898,7 +895,11 @@ int setProperty(Control& c) {
   // The player may refuse a change without saying so: read it back.
   const Shown now = property->get(*found);
   const std::string shown = now.text.value_or("(none)");
-  std::printf("%s: %s\n", name.c_str(), shown.c_str());
+  if (c.json) {
+    JsonOut().beginObject().key(name).raw(now.json).endObject().print();
+  } else {
+    std::printf("%s: %s\n", name.c_str(), shown.c_str());
+  }
   if (!reportsValue(now, text)) {
     return c.session.fail("the player reports " + name + " as " + shown);
   }
@@ -1053,22 +1054,35 @@ int listArtwork(Control& c, CZTrack& track) {
   const size_t mark = c.session.mark();
   const std::vector<image::Image> images = track.artwork();
   const auto save = c.line.value("--save");
+  JsonOut out;
+  out.beginArray();
   for (size_t i = 0; i < images.size(); ++i) {
     std::string shown =
         std::to_string(images[i].width()) + "x" + std::to_string(images[i].height());
+    std::optional<std::string> path;
     if (save) {
-      const std::string path = *save + "/" + c.operands[0] + "-" + std::to_string(i) + ".png";
+      path = *save + "/" + c.operands[0] + "-" + std::to_string(i) + ".png";
       auto png = images[i].pngRepresentation();
-      if (!png || !writeBytes(path, *png)) return c.session.fail("cannot write " + path);
-      shown += "\t" + path;
+      if (!png || !writeBytes(*path, *png)) return c.session.fail("cannot write " + *path);
+      shown += "\t" + *path;
     }
-    std::printf("%zu\t%s\n", i, shown.c_str());
+    if (c.json) {
+      out.beginObject().integerField("index", static_cast<int64_t>(i));
+      out.integerField("width", images[i].width()).integerField("height", images[i].height());
+      out.field("saved", path).endObject();
+    } else {
+      std::printf("%zu\t%s\n", i, shown.c_str());
+    }
   }
   // The read stops at the first artwork it cannot reach and says why.
   if (auto failed = c.session.failIfLogged(mark, "the artwork could not be read to the end")) {
     return *failed;
   }
-  std::printf("%zu artwork%s\n", images.size(), images.size() == 1 ? "" : "s");
+  if (c.json) {
+    out.endArray().print();
+  } else {
+    std::printf("%zu artwork%s\n", images.size(), images.size() == 1 ? "" : "s");
+  }
   return kExitOk;
 }
 
@@ -1093,7 +1107,13 @@ int artworkCommand(Control& c) {
       return c.session.fail("the player does not show the picture as artwork " +
                             std::to_string(index));
     }
-    std::printf("artwork %d set (%ux%u)\n", index, picture->width(), picture->height());
+    if (c.json) {
+      JsonOut out;
+      out.beginObject().integerField("index", index).integerField("width", picture->width());
+      out.integerField("height", picture->height()).endObject().print();
+    } else {
+      std::printf("artwork %d set (%ux%u)\n", index, picture->width(), picture->height());
+    }
     return kExitOk;
   }
   if (c.line.has("--delete")) {
@@ -1103,7 +1123,12 @@ int artworkCommand(Control& c) {
       found->setArtwork(std::nullopt);
     }
     const int32_t left = found->getCountOfElementsOfClass(fourCharCode("cArt"));
-    std::printf("%d artwork%s left\n", left, left == 1 ? "" : "s");
+    if (left < 0) return c.session.fail("the player did not tell what artwork is left");
+    if (c.json) {
+      JsonOut().beginObject().integerField("left", left).endObject().print();
+    } else {
+      std::printf("%d artwork%s left\n", left, left == 1 ? "" : "s");
+    }
     return kExitOk;
   }
   return listArtwork(c, *found);
@@ -1115,73 +1140,173 @@ struct ControlCommand {
   size_t leastOperands = 0;
   size_t mostOperands = 0;
   const char* operandNames = "";
-  Check check;
-  std::set<std::string> valued;  // options of its own besides the common ones
-  std::set<std::string> flags;
+  Check check = {};
+  std::set<std::string> valued = {};  // options of its own besides the common ones
+  std::set<std::string> flags = {};
+  const char* synopsis = "";  // operands and own options, for its --help
+  const char* summary = "";   // what it does and prints
 };
 
-ControlCommand transportCommand(const char* name, void (Cadenza::*command)()) {
-  return {name, [command](Control& c) { return transport(c, command); }, 0, 0, "", {}, {}, {}};
+ControlCommand transportCommand(const char* name, void (Cadenza::*command)(), const char* summary) {
+  return {.name = name,
+          .run = [command](Control& c) { return transport(c, command); },
+          .summary = summary};
+}
+
+int checkPlaylistOperand(const std::vector<std::string>& operands, const CommandLine&) {
+  return checkPlaylist(operands[0]);
+}
+
+int checkTrackOperand(const std::vector<std::string>& operands, const CommandLine&) {
+  return checkPersistentId(operands[0]);
+}
+
+int checkAdd(const std::vector<std::string>&, const CommandLine& line) {
+  auto to = line.value("--to");
+  return to ? checkPlaylist(*to) : kExitOk;
 }
 
 const std::vector<ControlCommand>& controlCommands() {
   static const std::vector<ControlCommand> commands = {
-      {"status", showStatus, 0, 0, "", {}, {}, {"--json"}},
-      transportCommand("play", &Cadenza::play),
-      transportCommand("pause", &Cadenza::pause),
-      transportCommand("play-pause", &Cadenza::playPause),
-      transportCommand("next", &Cadenza::nextTrack),
-      transportCommand("previous", &Cadenza::previousTrack),
-      transportCommand("back", &Cadenza::backTrack),
-      transportCommand("stop", &Cadenza::stop),
-      transportCommand("resume", &Cadenza::resume),
-      transportCommand("fast-forward", &Cadenza::fastForward),
-      transportCommand("rewind", &Cadenza::rewind),
-      {"play-file", playFile, 1, 1, "PATH", {}, {}, {"--script"}},
-      {"volume", volume, 0, 1, "", checkVolume, {}, {"--json"}},
-      {"eq", equalizer, 0, 1, "", checkEqualizer, {}, {"--json"}},
-      {"version", version, 0, 0, "", {}, {}, {"--json"}},
-      {"playlists", playlists, 0, 0, "", {}, {}, {"--json", "--user"}},
-      {"tracks",
-       tracks,
-       1,
-       1,
-       "PLAYLIST",
-       [](const auto& operands, const CommandLine&) { return checkPlaylist(operands[0]); },
-       {},
-       {"--json"}},
-      {"track",
-       track,
-       1,
-       1,
-       "PID",
-       [](const auto& operands, const CommandLine&) { return checkPersistentId(operands[0]); },
-       {},
-       {"--json"}},
-      {"set", setProperty, 3, 3, "PID PROPERTY VALUE", checkSet, {}, {}},
-      {"search", search, 1, 1, "TEXT", checkSearch, {"--in", "--field"}, {"--json"}},
-      {"add",
-       add,
-       1,
-       1,
-       "FILE",
-       [](const auto&, const CommandLine& line) {
-         auto to = line.value("--to");
-         return to ? checkPlaylist(*to) : kExitOk;
-       },
-       {"--to"},
-       {"--json"}},
-      {"selection", selection, 0, 0, "", {}, {}, {"--json"}},
-      {"artwork",
-       artworkCommand,
-       1,
-       1,
-       "PID",
-       checkArtwork,
-       {"--save", "--set", "--index"},
-       {"--delete"}},
+      {.name = "status",
+       .run = showStatus,
+       .flags = {"--json"},
+       .synopsis = "[--json]",
+       .summary = "The player's state, position, volume, equalizer, current track and playlist."},
+      transportCommand("play", &Cadenza::play, "Starts playing."),
+      transportCommand("pause", &Cadenza::pause, "Pauses."),
+      transportCommand("play-pause", &Cadenza::playPause,
+                       "Plays when paused, pauses when playing."),
+      transportCommand("next", &Cadenza::nextTrack, "Goes to the next track."),
+      transportCommand("previous", &Cadenza::previousTrack, "Goes to the previous track."),
+      transportCommand("back", &Cadenza::backTrack,
+                       "Goes to the start of the track, or to the previous one when at its "
+                       "start."),
+      transportCommand("stop", &Cadenza::stop, "Stops."),
+      transportCommand("resume", &Cadenza::resume,
+                       "Resumes normal play after fast-forward or "
+                       "rewind."),
+      transportCommand("fast-forward", &Cadenza::fastForward, "Fast-forwards."),
+      transportCommand("rewind", &Cadenza::rewind, "Rewinds."),
+      {.name = "play-file",
+       .run = playFile,
+       .leastOperands = 1,
+       .mostOperands = 1,
+       .operandNames = "PATH",
+       .flags = {"--script"},
+       .synopsis = "PATH [--script]",
+       .summary = "Plays the file PATH; with --script once, through the framework's script "
+                  "(with its retries). Prints nothing."},
+      {.name = "volume",
+       .run = volume,
+       .mostOperands = 1,
+       .check = checkVolume,
+       .flags = {"--json"},
+       .synopsis = "[N] [--json]",
+       .summary = "Sets the volume to N (0 to 100) when given, then shows it."},
+      {.name = "eq",
+       .run = equalizer,
+       .mostOperands = 1,
+       .check = checkEqualizer,
+       .flags = {"--json"},
+       .synopsis = "[on|off] [--json]",
+       .summary = "Switches the equalizer when asked, then shows whether it is on."},
+      {.name = "version",
+       .run = version,
+       .flags = {"--json"},
+       .synopsis = "[--json]",
+       .summary = "The player's version and its packed number."},
+      {.name = "playlists",
+       .run = playlists,
+       .flags = {"--json", "--user"},
+       .synopsis = "[--user] [--json]",
+       .summary = "The playlist tree, indented; --user: the tree of folders and ordinary "
+                  "playlists."},
+      {.name = "tracks",
+       .run = tracks,
+       .leastOperands = 1,
+       .mostOperands = 1,
+       .operandNames = "PLAYLIST",
+       .check = checkPlaylistOperand,
+       .flags = {"--json"},
+       .synopsis = "PLAYLIST [--json]",
+       .summary = "The tracks of a playlist (a persistent ID, or \"library\")."},
+      {.name = "track",
+       .run = track,
+       .leastOperands = 1,
+       .mostOperands = 1,
+       .operandNames = "PID",
+       .check = checkTrackOperand,
+       .flags = {"--json"},
+       .synopsis = "PID [--json]",
+       .summary = "Every property of the track with that persistent ID."},
+      {.name = "set",
+       .run = setProperty,
+       .leastOperands = 3,
+       .mostOperands = 3,
+       .operandNames = "PID PROPERTY VALUE",
+       .check = checkSet,
+       .flags = {"--json"},
+       .synopsis = "PID PROPERTY VALUE [--json]",
+       .summary = "Changes a property of a track (names as 'track' shows them), then shows the "
+                  "value the player reports; status 1 when it is not the one asked for."},
+      {.name = "search",
+       .run = search,
+       .leastOperands = 1,
+       .mostOperands = 1,
+       .operandNames = "TEXT",
+       .check = checkSearch,
+       .valued = {"--in", "--field"},
+       .flags = {"--json"},
+       .synopsis = "TEXT [--in PLAYLIST] [--field FIELD] [--json]",
+       .summary = "The tracks matching TEXT, in the library unless --in; FIELD is all, artists, "
+                  "albums, composers, songs, visible or a four-character code."},
+      {.name = "add",
+       .run = add,
+       .leastOperands = 1,
+       .mostOperands = 1,
+       .operandNames = "FILE",
+       .check = checkAdd,
+       .valued = {"--to"},
+       .flags = {"--json"},
+       .synopsis = "FILE [--to PLAYLIST] [--json]",
+       .summary = "Adds a file to the library, or to a playlist, and shows the tracks made."},
+      {.name = "selection",
+       .run = selection,
+       .flags = {"--json"},
+       .synopsis = "[--json]",
+       .summary = "The tracks selected in the player."},
+      {.name = "artwork",
+       .run = artworkCommand,
+       .leastOperands = 1,
+       .mostOperands = 1,
+       .operandNames = "PID",
+       .check = checkArtwork,
+       .valued = {"--save", "--set", "--index"},
+       .flags = {"--delete", "--json"},
+       .synopsis = "PID [--save DIR] | --set IMAGE [--index N] | --delete [--index N]\n"
+                   "                        [--json]",
+       .summary = "A track's artwork: the size of each picture (--save: also written as\n"
+                  "DIR/PID-N.png); --set makes the picture in IMAGE artwork N (default 0; N =\n"
+                  "the count adds one); --delete deletes artwork N, or all of it."},
   };
   return commands;
+}
+
+// The help of one control command: its synopsis, what it does, the common options.
+std::string controlUsage(const ControlCommand& command) {
+  std::string usage = std::string("usage: rvitunes player ") + command.name;
+  if (*command.synopsis != '\0') usage += std::string(" ") + command.synopsis;
+  usage +=
+      "\n                        [--file FILE [--player-version V]] [--timeout SECONDS]"
+      " [--verbose]\n\n";
+  usage += std::string(command.summary) + "\n\n";
+  if (command.flags.count("--json")) {
+    usage +=
+        "  --json             one JSON document instead of text; persistent IDs as strings\n"
+        "                     of 16 hexadecimal digits\n";
+  }
+  return usage + kControlOptions;
 }
 
 // A negative number ("-20") is an operand, not an option: it is marked before the command
@@ -1198,16 +1323,19 @@ std::vector<std::string> markNegativeNumbers(std::vector<std::string> args) {
 }
 
 int runControl(const ControlCommand& command, const std::vector<std::string>& args) {
-  std::set<std::string> valued = {"--embedded", "--player-version", "--timeout"};
+  std::set<std::string> valued = {"--file", "--embedded", "--player-version", "--timeout"};
   std::set<std::string> flags = {"--verbose", "--help", "-h"};
   valued.insert(command.valued.begin(), command.valued.end());
   flags.insert(command.flags.begin(), command.flags.end());
   CommandLine line(valued, flags);
-  if (!line.parse(markNegativeNumbers(args))) return usageError(line.error());
-  if (line.has("--help") || line.has("-h")) {
-    std::fputs(kPlayerUsage, stdout);
-    return kExitOk;
+  const std::string where = std::string("player ") + command.name;
+  if (!line.parse(markNegativeNumbers(args))) return reportUsageError(where, line.error());
+  if (wantsHelp(line)) return showUsage(controlUsage(command));
+  if (line.has("--file") && line.has("--embedded")) {
+    return reportUsageError(where, "--embedded is the older name of --file; give one of them");
   }
+  const std::optional<std::string> library =
+      line.has("--file") ? line.value("--file") : line.value("--embedded");
   std::vector<std::string> operands = line.operands();
   for (std::string& operand : operands) {
     if (!operand.empty() && operand[0] == kNumberMark) operand.erase(0, 1);
@@ -1231,7 +1359,7 @@ int runControl(const ControlCommand& command, const std::vector<std::string>& ar
   }
   player::PlayerVersion emulated;
   if (auto value = line.value("--player-version")) {
-    if (!line.has("--embedded")) return usageError("--player-version needs --embedded");
+    if (!library) return usageError("--player-version needs --file");
     const auto parsed = player::PlayerVersion::parse(*value);
     if (!parsed) return usageError("\"" + *value + "\" is not a version such as 7.2.1");
     emulated = *parsed;
@@ -1240,12 +1368,47 @@ int runControl(const ControlCommand& command, const std::vector<std::string>& ar
       std::chrono::milliseconds(static_cast<long long>(seconds * 1000)));
 
   Session session(command.name, line.has("--verbose"));
-  if (auto library = line.value("--embedded")) {
-    if (!session.startEmbedded(*library, emulated)) return kExitFailure;
-  }
+  if (library && !session.startEmbedded(*library, emulated)) return kExitFailure;
   if (!session.connect()) return kExitFailure;
   Control control{session, line, std::move(operands), line.has("--json")};
   return command.run(control);
+}
+
+// The daemon under the tool's own names: --file for the library, as everywhere in the tool,
+// besides the daemon's --library.
+int serve(std::vector<std::string> args) {
+  bool help = false;
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "-h" || args[i] == "--help") help = true;
+    if (args[i] == "--file") {
+      args[i] = "--library";
+      ++i;
+    } else if (args[i].rfind("--file=", 0) == 0 || args[i].rfind("--library=", 0) == 0) {
+      // The daemon reads "--library FILE" only.
+      const std::string value = args[i].substr(args[i].find('=') + 1);
+      args[i] = "--library";
+      args.insert(args.begin() + static_cast<std::ptrdiff_t>(i) + 1, value);
+      ++i;
+    } else if (args[i] == "--library" || args[i] == "--player-version" || args[i] == "--name") {
+      ++i;  // its value is not an option, whatever it looks like
+    }
+  }
+  if (!help) return player::runDaemon(args, "rvitunes player serve");
+  // The daemon's usage with the tool's name for the file: the option list keeps its columns
+  // and names the daemon's spelling as well; the usage line loses the padding again.
+  std::string usage = player::daemonUsage("rvitunes player serve");
+  for (size_t at = usage.find("--library FILE"); at != std::string::npos;
+       at = usage.find("--library FILE", at)) {
+    usage.replace(at, 14, "--file FILE   ");
+  }
+  if (const size_t line = usage.find("\n  --file FILE"); line != std::string::npos) {
+    const size_t end = usage.find('\n', line + 1);
+    usage.insert(end + 1, "  --library FILE        the same (the spelling of rvitunes-player)\n");
+  }
+  if (const size_t first = usage.find("--file FILE   "); first != std::string::npos) {
+    usage.replace(first, 14, "--file FILE");
+  }
+  return showUsage(usage);
 }
 
 }  // namespace
@@ -1254,11 +1417,8 @@ int runPlayer(const std::vector<std::string>& args) {
   if (args.empty()) return usageError("a subcommand is needed: serve, ping or a control command");
   const std::string& sub = args[0];
   std::vector<std::string> rest(args.begin() + 1, args.end());
-  if (sub == "-h" || sub == "--help" || sub == "help") {
-    std::fputs(kPlayerUsage, stdout);
-    return kExitOk;
-  }
-  if (sub == "serve") return player::runDaemon(rest, "rvitunes player serve");
+  if (sub == "-h" || sub == "--help" || sub == "help") return showUsage(kPlayerUsage);
+  if (sub == "serve") return serve(rest);
   if (sub == "ping") return ping(rest);
   for (const ControlCommand& command : controlCommands()) {
     if (sub == command.name) return runControl(command, rest);

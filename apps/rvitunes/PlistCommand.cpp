@@ -8,7 +8,9 @@
 
 #include "CommandLine.h"
 #include "Commands.h"
+#include "JsonOut.h"
 #include "ProgressBar.h"
+#include "rvitunes/plist/JsonWriter.h"
 #include "rvitunes/plist/PropertyList.h"
 #include "rvitunes/plist/TreePrinter.h"
 
@@ -19,10 +21,13 @@ namespace {
 constexpr const char* kPlistUsage =
     "usage: rvitunes plist <lint|print|convert> [options] FILE...\n"
     "\n"
-    "  lint FILE...        check each file; prints 'FILE: OK' or the first error with its\n"
-    "                      byte offset; repaired defects are reported as warnings\n"
-    "  print FILE          show the tree in a readable form\n"
-    "  convert --format xml1|binary1|json [-o OUT] FILE\n"
+    "  lint [--json] FILE...\n"
+    "                      check each file; prints 'FILE: OK' or the first error with its\n"
+    "                      byte offset; repaired defects are reported as warnings. --json:\n"
+    "                      one array of {\"file\", \"ok\", \"error\", \"warnings\"}, errors and\n"
+    "                      warnings as {\"offset\", \"message\"}\n"
+    "  print [--json] FILE show the tree in a readable form (--json: as JSON)\n"
+    "  convert --format xml1|binary1|json [-o|--output OUT] FILE\n"
     "                      rewrite FILE in another format; without -o the file is replaced\n"
     "                      (atomically: the old file stays whole until the new one is\n"
     "                      complete); '-o -' writes to standard output\n"
@@ -30,11 +35,12 @@ constexpr const char* kPlistUsage =
     "XML is read with the defects that iTunes is known to write repaired, each named with\n"
     "its offset; JSON shows dates as ISO-8601 text and data as base64 text.\n"
     "\n"
+    "  -h, --help          show this help\n"
+    "\n"
     "exit status: 0 success, 1 a file was unreadable or invalid, 2 wrong usage.\n";
 
 int usageError(const std::string& message) {
-  std::fprintf(stderr, "rvitunes plist: %s\n\n%s", message.c_str(), kPlistUsage);
-  return kExitUsage;
+  return reportUsageError("plist", message);
 }
 
 uint64_t fileSize(const std::string& path) {
@@ -42,7 +48,7 @@ uint64_t fileSize(const std::string& path) {
   return stat(path.c_str(), &st) == 0 ? static_cast<uint64_t>(st.st_size) : 0;
 }
 
-// Reads `path` with a progress bar, printing warnings to stderr; nullopt-like failure is told
+// Reads `path` with a progress bar, printing warnings to stderr when asked; a failure is told
 // through the result.
 plist::ParseResult load(const std::string& path, bool showWarnings) {
   ProgressBar bar("reading " + path, fileSize(path));
@@ -63,27 +69,59 @@ void reportError(const std::string& path, const plist::ParseResult& r) {
                static_cast<unsigned long long>(r.error->offset), r.error->message.c_str());
 }
 
-int lint(const std::vector<std::string>& files) {
+// {"offset": N, "message": "..."}
+void problem(JsonOut& json, uint64_t offset, const std::string& message) {
+  json.beginObject().integerField("offset", static_cast<int64_t>(offset));
+  json.field("message", message).endObject();
+}
+
+int lint(const std::vector<std::string>& files, bool asJson) {
   if (files.empty()) return usageError("lint needs at least one FILE");
   int status = kExitOk;
+  JsonOut json;
+  json.beginArray();
   for (const auto& path : files) {
-    plist::ParseResult r = load(path, true);
+    // With --json the warnings are part of the result; errors still go to stderr too.
+    plist::ParseResult r = load(path, !asJson);
     if (!r.ok()) {
       reportError(path, r);
       status = kExitFailure;
-      continue;
+    } else if (!asJson) {
+      std::printf("%s: OK\n", path.c_str());
     }
-    std::printf("%s: OK\n", path.c_str());
+    if (!asJson) continue;
+    json.beginObject().field("file", path).booleanField("ok", r.ok()).key("error");
+    if (r.ok()) {
+      json.null();
+    } else {
+      problem(json, r.error->offset, r.error->message);
+    }
+    json.key("warnings").beginArray();
+    for (const auto& w : r.warnings)
+      problem(json, w.offset, w.message);
+    json.endArray().endObject();
   }
+  json.endArray();
+  if (asJson && !json.print()) return reportFailure("plist lint", "cannot write the result");
   return status;
 }
 
-int print(const std::vector<std::string>& files) {
+int print(const std::vector<std::string>& files, bool asJson) {
   if (files.size() != 1) return usageError("print takes exactly one FILE");
   plist::ParseResult r = load(files[0], true);
   if (!r.ok()) {
     reportError(files[0], r);
     return kExitFailure;
+  }
+  if (asJson) {
+    auto text = plist::JsonWriter::write(r.root, 2);
+    if (!text.ok()) {
+      std::fprintf(stderr, "%s: cannot show as JSON: %s\n", files[0].c_str(),
+                   text.status().message().c_str());
+      return kExitFailure;
+    }
+    std::printf("%s\n", text->c_str());
+    return kExitOk;
   }
   std::string text = plist::TreePrinter::print(r.root);
   std::fwrite(text.data(), 1, text.size(), stdout);
@@ -115,7 +153,7 @@ int convert(const CommandLine& cl) {
   plist::EntityStyle entities = r.entityStyle == plist::EntityStyle::kNamed
                                     ? plist::EntityStyle::kNamed
                                     : plist::EntityStyle::kNumeric;
-  std::string target = cl.value("-o").value_or(path);
+  std::string target = cl.value("--output").value_or(cl.value("-o").value_or(path));
   if (target == "-") {
     auto bytes = plist::PropertyList::encode(r.root, out, entities);
     if (!bytes.ok()) {
@@ -138,17 +176,20 @@ int convert(const CommandLine& cl) {
 }  // namespace
 
 int runPlist(const std::vector<std::string>& args) {
-  CommandLine cl({"--format", "-o"}, {"--help", "-h"});
+  CommandLine cl({"--format", "-o", "--output"}, {"--json", "--help", "-h"});
   if (!cl.parse(args)) return usageError(cl.error());
-  if (cl.has("--help") || cl.has("-h")) {
-    std::fputs(kPlistUsage, stdout);
-    return kExitOk;
-  }
-  if (cl.operands().empty()) return usageError("missing subcommand");
+  if (wantsHelp(cl)) return showUsage(kPlistUsage);
+  if (cl.operands().empty()) return usageError("missing subcommand (lint, print or convert)");
   const std::string& sub = cl.operands()[0];
   std::vector<std::string> files(cl.operands().begin() + 1, cl.operands().end());
-  if (sub == "lint") return lint(files);
-  if (sub == "print") return print(files);
+  if (sub != "convert" && (cl.has("--format") || cl.has("-o") || cl.has("--output"))) {
+    return usageError("--format and -o go with convert only");
+  }
+  if (sub == "convert" && cl.has("--json")) {
+    return usageError("convert writes JSON with --format json, not --json");
+  }
+  if (sub == "lint") return lint(files, cl.has("--json"));
+  if (sub == "print") return print(files, cl.has("--json"));
   if (sub == "convert") return convert(cl);
   return usageError("unknown subcommand '" + sub + "'");
 }

@@ -14,6 +14,7 @@
 
 #include "CommandLine.h"
 #include "Commands.h"
+#include "JsonOut.h"
 #include "rvitunes/ae/EventManager.h"
 #include "rvitunes/ae/Printer.h"
 #include "rvitunes/helper/AppleScript.h"
@@ -30,7 +31,7 @@ namespace {
 constexpr size_t kMaxScriptSize = size_t{1} << 20;
 
 constexpr const char* kScriptUsage =
-    "usage: rvitunes script [--back] [--timeout SECONDS] SOURCE|-\n"
+    "usage: rvitunes script [--back] [--json] [--timeout SECONDS] SOURCE|-\n"
     "\n"
     "Compiles the script SOURCE (or standard input for -) and runs it once, sending its\n"
     "Apple Events to the applications it names. The language is the one the framework\n"
@@ -39,7 +40,10 @@ constexpr const char* kScriptUsage =
     "\n"
     "  --back             print the result descriptor in descriptor notation (\"null()\" for\n"
     "                     none); without it a result is printed only when there is one\n"
+    "  --json             print {\"result\": DESCRIPTOR} with the result in descriptor\n"
+    "                     notation, or {\"result\": null} for none\n"
     "  --timeout SECONDS  how long each event waits for its reply (default 60)\n"
+    "  -h, --help         show this help\n"
     "\n"
     "exit status: 0 success, 1 the script did not compile or failed, 2 wrong usage.\n";
 
@@ -47,19 +51,26 @@ constexpr const char* kAppsUsage =
     "usage: rvitunes apps [--json]\n"
     "\n"
     "Lists the applications running on the event bus (and in this process): name, signature\n"
-    "and process id. --json prints the information dictionaries instead.\n";
+    "and process id.\n"
+    "\n"
+    "  --json         one array of the applications' information dictionaries\n"
+    "                 (NSApplicationName, NSApplicationProcessIdentifier, ...)\n"
+    "  -h, --help     show this help\n"
+    "\n"
+    "exit status: 0 success, 2 wrong usage.\n";
 
 constexpr const char* kAppUsage =
     "usage: rvitunes app show|hide|quit [NAME]\n"
     "\n"
     "Shows (activates and makes visible), hides or quits the running application NAME\n"
-    "(default iTunes) with the framework's scripts.\n"
+    "(default iTunes) with the framework's scripts. Prints nothing on success.\n"
+    "\n"
+    "  -h, --help     show this help\n"
     "\n"
     "exit status: 0 success, 1 not running or the script failed, 2 wrong usage.\n";
 
-int usageError(const char* command, const std::string& message, const char* usage) {
-  std::fprintf(stderr, "rvitunes %s: %s\n\n%s", command, message.c_str(), usage);
-  return kExitUsage;
+int usageError(const char* command, const std::string& message) {
+  return reportUsageError(command, message);
 }
 
 std::string numberText(int32_t number) {
@@ -102,21 +113,18 @@ std::optional<std::string> readStandardInput() {
 }  // namespace
 
 int runScript(const std::vector<std::string>& args) {
-  CommandLine line({"--timeout"}, {"--back", "--help", "-h"});
-  if (!line.parse(args)) return usageError("script", line.error(), kScriptUsage);
-  if (line.has("--help") || line.has("-h")) {
-    std::fputs(kScriptUsage, stdout);
-    return kExitOk;
-  }
+  CommandLine line({"--timeout"}, {"--back", "--json", "--help", "-h"});
+  if (!line.parse(args)) return usageError("script", line.error());
+  if (wantsHelp(line)) return showUsage(kScriptUsage);
   if (line.operands().size() != 1) {
-    return usageError("script", "give one SOURCE, or - for standard input", kScriptUsage);
+    return usageError("script", "give one SOURCE, or - for standard input");
   }
   AppleScript::Options options;
   if (auto text = line.value("--timeout")) {
     char* end = nullptr;
     const double seconds = std::strtod(text->c_str(), &end);
     if (text->empty() || *end != '\0' || !std::isfinite(seconds) || seconds < 0 || seconds > 1e7) {
-      return usageError("script", "--timeout needs a number of seconds", kScriptUsage);
+      return usageError("script", "--timeout needs a number of seconds, not \"" + *text + "\"");
     }
     options.timeoutTicks = std::lround(seconds * 60);
   }
@@ -149,7 +157,16 @@ int runScript(const std::vector<std::string>& args) {
     }
     return kExitFailure;
   }
-  if (line.has("--back")) {
+  if (line.has("--json")) {
+    JsonOut json;
+    json.beginObject().key("result");
+    if (result->isNull()) {
+      json.null();
+    } else {
+      json.string(ae::printDesc(*result));
+    }
+    json.endObject().print();
+  } else if (line.has("--back")) {
     std::printf("%s\n", ae::printDesc(*result).c_str());
   } else if (!result->isNull()) {
     std::printf("%s\n", ae::printDesc(*result, ae::PrintStyle::kDisplay).c_str());
@@ -159,16 +176,17 @@ int runScript(const std::vector<std::string>& args) {
 
 int runApps(const std::vector<std::string>& args) {
   CommandLine line({}, {"--json", "--help", "-h"});
-  if (!line.parse(args)) return usageError("apps", line.error(), kAppsUsage);
-  if (line.has("--help") || line.has("-h")) {
-    std::fputs(kAppsUsage, stdout);
-    return kExitOk;
-  }
-  if (!line.operands().empty()) return usageError("apps", "no operands are taken", kAppsUsage);
+  if (!line.parse(args)) return usageError("apps", line.error());
+  if (wantsHelp(line)) return showUsage(kAppsUsage);
+  if (!line.operands().empty()) return usageError("apps", "no operands are taken");
+  return listApplications(line.has("--json"));
+}
+
+int listApplications(bool asJson) {
   std::vector<ApplicationInfo> apps;
   for (const ae::RunningApplication& app : ae::EventManager::shared().runningApplications())
     apps.push_back(ApplicationInfo{app.name, app.pid, app.signature, app.inProcess});
-  if (line.has("--json")) {
+  if (asJson) {
     plist::Value list = plist::Value::newArray();
     for (const ApplicationInfo& app : apps)
       list.asArray()->push_back(app.dictionary());
@@ -193,14 +211,11 @@ int runApps(const std::vector<std::string>& args) {
 
 int runApp(const std::vector<std::string>& args) {
   CommandLine line({}, {"--help", "-h"});
-  if (!line.parse(args)) return usageError("app", line.error(), kAppUsage);
-  if (line.has("--help") || line.has("-h")) {
-    std::fputs(kAppUsage, stdout);
-    return kExitOk;
-  }
+  if (!line.parse(args)) return usageError("app", line.error());
+  if (wantsHelp(line)) return showUsage(kAppUsage);
   const auto& operands = line.operands();
   if (operands.empty() || operands.size() > 2) {
-    return usageError("app", "give show, hide or quit, and optionally a NAME", kAppUsage);
+    return usageError("app", "give show, hide or quit, and optionally a NAME");
   }
   using Operation = int32_t (*)(std::optional<std::string_view>);
   Operation operation = nullptr;
@@ -211,7 +226,7 @@ int runApp(const std::vector<std::string>& args) {
   } else if (operands[0] == "quit") {
     operation = &RVITunesHelper::quitApplicationByAppleScript;
   } else {
-    return usageError("app", "unknown action \"" + operands[0] + "\"", kAppUsage);
+    return usageError("app", "unknown action \"" + operands[0] + "\"");
   }
   const std::string name = operands.size() == 2 ? operands[1] : "iTunes";
   if (!RVITunesHelper::applicationInfoByName(name)) {

@@ -12,26 +12,61 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: rvitunes <command> [options]\n"
+    "       rvitunes help [command]\n"
     "\n"
-    "Reads and checks iTunes library files and other property lists.\n"
+    "Reads the iTunes library file, drives the player through Apple Events, and checks the\n"
+    "files and events in between.\n"
     "\n"
     "commands:\n"
     "  plist     lint, print and convert property-list files (XML, binary, JSON)\n"
-    "  library   find, list, measure and watch the iTunes library file\n"
-    "  player    control the running player (status, play, search, playlists, …); run one\n"
+    "  library   find, list, measure and watch the iTunes library file; its display items\n"
+    "  player    control the running player (status, play, search, playlists, ...); run one\n"
     "  ae        build and print Apple Event descriptors from their text form\n"
     "  event     send an Apple Event to a running application; list the applications\n"
     "  script    compile and run a script of the framework's AppleScript language\n"
     "  apps      list the applications running on the event bus\n"
     "  app       show, hide or quit a running application by name\n"
-    "  icons     list the playlist icons the framework loads; render them as PNG\n"
+    "  icons     list the playlist icons the framework loads; save them as PNG\n"
     "  demo      walk a host's start-up and a player session on the sample library\n"
     "\n"
     "options:\n"
     "  -h, --help     show this help; 'rvitunes <command> --help' shows a command's own\n"
     "  --version      show the version\n"
     "\n"
-    "exit status: 0 success, 1 the work failed, 2 wrong usage.\n";
+    "The same option means the same thing in every command: --file FILE is the library file\n"
+    "(to read, to serve, or to start a player on inside the tool), --json prints one JSON\n"
+    "document instead of text, --timeout SECONDS bounds each wait for an answer.\n"
+    "Results go to standard output, messages to standard error.\n"
+    "\n"
+    "exit status: 0 success, 1 the work failed, 2 wrong usage or nothing to work on.\n";
+
+using Runner = int (*)(const std::vector<std::string>&);
+
+struct Command {
+  const char* name;
+  Runner run;
+};
+
+constexpr Command kCommands[] = {
+    {"plist", rvitunes::cli::runPlist},   {"library", rvitunes::cli::runLibrary},
+    {"player", rvitunes::cli::runPlayer}, {"ae", rvitunes::cli::runAe},
+    {"event", rvitunes::cli::runEvent},   {"script", rvitunes::cli::runScript},
+    {"apps", rvitunes::cli::runApps},     {"app", rvitunes::cli::runApp},
+    {"icons", rvitunes::cli::runIcons},   {"demo", rvitunes::cli::runDemo},
+};
+
+Runner find(const std::string& name) {
+  for (const Command& command : kCommands) {
+    if (name == command.name) return command.run;
+  }
+  return nullptr;
+}
+
+int unknownCommand(const std::string& name) {
+  std::fprintf(stderr, "rvitunes: unknown command '%s'\n(rvitunes --help lists the commands)\n",
+               name.c_str());
+  return rvitunes::cli::kExitUsage;
+}
 
 }  // namespace
 
@@ -43,24 +78,23 @@ int main(int argc, char** argv) {
   }
   const std::string& command = args[0];
   std::vector<std::string> rest(args.begin() + 1, args.end());
-  if (command == "-h" || command == "--help" || command == "help") {
+  if (command == "-h" || command == "--help") {
     std::fputs(kUsage, stdout);
     return rvitunes::cli::kExitOk;
+  }
+  if (command == "help") {
+    if (rest.empty()) {
+      std::fputs(kUsage, stdout);
+      return rvitunes::cli::kExitOk;
+    }
+    // "help COMMAND" is "COMMAND --help".
+    Runner run = find(rest[0]);
+    return run ? run({"--help"}) : unknownCommand(rest[0]);
   }
   if (command == "--version") {
     std::printf("rvitunes %s\n", RVITUNES_VERSION);
     return rvitunes::cli::kExitOk;
   }
-  if (command == "plist") return rvitunes::cli::runPlist(rest);
-  if (command == "library") return rvitunes::cli::runLibrary(rest);
-  if (command == "player") return rvitunes::cli::runPlayer(rest);
-  if (command == "ae") return rvitunes::cli::runAe(rest);
-  if (command == "event") return rvitunes::cli::runEvent(rest);
-  if (command == "script") return rvitunes::cli::runScript(rest);
-  if (command == "apps") return rvitunes::cli::runApps(rest);
-  if (command == "app") return rvitunes::cli::runApp(rest);
-  if (command == "icons") return rvitunes::cli::runIcons(rest);
-  if (command == "demo") return rvitunes::cli::runDemo(rest);
-  std::fprintf(stderr, "rvitunes: unknown command '%s'\n\n%s", command.c_str(), kUsage);
-  return rvitunes::cli::kExitUsage;
+  Runner run = find(command);
+  return run ? run(rest) : unknownCommand(command);
 }

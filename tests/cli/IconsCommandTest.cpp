@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "JsonCheck.h"
 #include "ToolRunner.h"
 
 namespace rvitunes::testing {
@@ -65,6 +66,18 @@ TEST(IconsCommandTest, ListsTheFortyIconsInLoadOrder) {
             std::string::npos)
       << r.out;
   EXPECT_NE(r.out.find("\n40 icons\n"), std::string::npos);
+
+  r = runIcons("icons --json");
+  ASSERT_EQ(r.status, 0) << r.out;
+  const JsonResult doc = parseJson(r.out);
+  ASSERT_TRUE(doc.value) << doc.error << "\n" << r.out.substr(0, 300);
+  EXPECT_EQ((*doc.value)["resourceFolder"].text, kIcons);
+  const Json& icons = (*doc.value)["icons"];
+  ASSERT_EQ(icons.size(), 40u);
+  EXPECT_EQ(icons[0]["key"].text, "Lumo_books_dark");
+  EXPECT_EQ(icons[0]["width"].integer(), 256);
+  EXPECT_EQ(icons[0]["source"].text, kIcons + "/lumo-books-dark.icns");
+  EXPECT_FALSE(icons[0].has("saved"));
 }
 
 TEST(IconsCommandTest, TheResourceFolderCanBeOverridden) {
@@ -84,7 +97,7 @@ TEST(IconsCommandTest, RendersEveryIconAsPng) {
   IconCopy dir("none");  // used as an empty-enough scratch folder for the previews
   const std::filesystem::path out = dir.path() / "previews";
   std::filesystem::create_directory(out);
-  ToolRun r = runIcons("icons --render '" + out.string() + "'");
+  ToolRun r = runIcons("icons --save '" + out.string() + "'");
   ASSERT_EQ(r.status, 0) << r.out;
   size_t pngs = 0;
   for (const auto& e : std::filesystem::directory_iterator(out)) {
@@ -100,7 +113,17 @@ TEST(IconsCommandTest, RendersEveryIconAsPng) {
   EXPECT_EQ(pngs, 40u);
   EXPECT_TRUE(std::filesystem::exists(out / "Lumo_smart_playlist_dark.png"));
 
-  r = runIcons("icons --render '" + (dir.path() / "missing").string() + "'");
+  // --render is the older name of --save.
+  std::filesystem::remove_all(out);
+  std::filesystem::create_directory(out);
+  r = runIcons("icons --json --render '" + out.string() + "'");
+  ASSERT_EQ(r.status, 0) << r.out;
+  const JsonResult doc = parseJson(r.out);
+  ASSERT_TRUE(doc.value) << doc.error;
+  EXPECT_EQ((*doc.value)["icons"][0]["saved"].text, (out / "Lumo_books_dark.png").string());
+  EXPECT_TRUE(std::filesystem::exists(out / "Lumo_books_dark.png"));
+
+  r = runIcons("icons --save '" + (dir.path() / "missing").string() + "'");
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.out.find("cannot write"), std::string::npos);
   EXPECT_EQ(runIcons("icons extra").status, 2);

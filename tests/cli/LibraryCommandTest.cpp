@@ -1,5 +1,5 @@
 // rvitunes library, run as a separate process with its own home folder; its output is checked
-// against the library file read independently here (JSON through Python's json module).
+// against the library file read independently here (JSON through the strict reader).
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "JsonCheck.h"
 #include "rvitunes/plist/Array.h"
 #include "rvitunes/plist/Dictionary.h"
 #include "rvitunes/plist/PropertyList.h"
@@ -24,6 +25,7 @@ namespace rvitunes {
 namespace {
 
 using plist::Value;
+using testing::Json;
 using Args = std::vector<std::string>;
 
 const std::string kGenerator = std::string(RVITUNES_SOURCE_DIR) + "/../shared/bench/gen_library.py";
@@ -85,21 +87,11 @@ class LibraryCommand : public ::testing::Test {
     return out().find(text) != std::string::npos;
   }
 
-  // The tool's JSON output as a value tree; null becomes the text "<null>".
-  Value jsonOutput() {
-    std::ofstream(dir_ + "/json") << out();
-    std::string script =
-        "import json, plistlib, sys\n"
-        "def fix(v):\n"
-        "    if v is None: return '<null>'\n"
-        "    if isinstance(v, list): return [fix(x) for x in v]\n"
-        "    if isinstance(v, dict): return {k: fix(x) for k, x in v.items()}\n"
-        "    return v\n"
-        "plistlib.dump(fix(json.load(open(sys.argv[1]))), open(sys.argv[2], 'wb'))\n";
-    std::ofstream(dir_ + "/fix.py") << script;
-    std::string command = "python3 " + dir_ + "/fix.py " + dir_ + "/json " + dir_ + "/json.plist";
-    EXPECT_EQ(std::system(command.c_str()), 0) << out().substr(0, 300);
-    return readPlist(dir_ + "/json.plist");
+  // The tool's output, which must be exactly one JSON document; null when it is not.
+  Json jsonOutput() {
+    const testing::JsonResult doc = testing::parseJson(out());
+    EXPECT_TRUE(doc.value) << doc.error << "\n" << out().substr(0, 300);
+    return doc.value.value_or(Json());
   }
 
   // 300 tracks and 40 playlists from the generator, with the Movies playlist marked visible.
@@ -127,7 +119,7 @@ TEST_F(LibraryCommand, PlaylistsJsonListsEveryPlaylistNotMarkedVisibleInFileOrde
   std::string library = generatedLibrary();
   ASSERT_EQ(run({"library", "playlists", "--flags", "0xFFFF", "--json", "--file", library}), 0)
       << err();
-  Value listed = jsonOutput();
+  Json listed = jsonOutput();
   ASSERT_TRUE(listed.isArray());
 
   std::vector<Value> expected;
@@ -136,25 +128,25 @@ TEST_F(LibraryCommand, PlaylistsJsonListsEveryPlaylistNotMarkedVisibleInFileOrde
     if (!p.asDictionary()->get("Visible").boolValue()) expected.push_back(p);
   }
   ASSERT_EQ(expected.size(), 39u);  // Movies is hidden
-  ASSERT_EQ(listed.asArray()->size(), expected.size());
+  ASSERT_EQ(listed.size(), expected.size());
   for (size_t i = 0; i < expected.size(); ++i) {
     const plist::Dictionary& want = *expected[i].asDictionary();
-    const plist::Dictionary& got = *listed.asArray()->at(i).asDictionary();
+    const Json& got = listed[i];
     const plist::Array* items = want.get("Playlist Items").asArray();
-    EXPECT_EQ(got.size(), 7u);
-    EXPECT_EQ(got.get("position").longLongValue(), static_cast<int64_t>(i));
-    EXPECT_EQ(got.get("playlistId").longLongValue(), want.get("Playlist ID").longLongValue());
-    EXPECT_EQ(got.get("name").stringView(), want.get("Name").stringView());
-    EXPECT_EQ(got.get("persistentId").stringView(),
-              want.get("Playlist Persistent ID").stringView());
-    EXPECT_EQ(got.get("trackCount").longLongValue(),
-              items ? static_cast<int64_t>(items->size()) : 0);
-    EXPECT_EQ(got.get("icon").stringView(), "<null>");
-    EXPECT_EQ(got.get("darkIcon").stringView(), "<null>");
+    EXPECT_EQ(got.keys(),
+              (std::vector<std::string>{"position", "playlistId", "name", "persistentId", "icon",
+                                        "darkIcon", "trackCount"}));
+    EXPECT_EQ(got["position"].integer(), static_cast<int64_t>(i));
+    EXPECT_EQ(got["playlistId"].integer(), want.get("Playlist ID").longLongValue());
+    EXPECT_EQ(got["name"].text, want.get("Name").stringView());
+    EXPECT_EQ(got["persistentId"].text, want.get("Playlist Persistent ID").stringView());
+    EXPECT_EQ(got["trackCount"].integer(), items ? static_cast<int64_t>(items->size()) : 0);
+    EXPECT_TRUE(got["icon"].isNull());
+    EXPECT_TRUE(got["darkIcon"].isNull());
   }
 
   ASSERT_EQ(run({"library", "playlists", "--json", "--flags", "2", "--file", library}), 0);
-  EXPECT_EQ(jsonOutput().asArray()->at(0).asDictionary()->get("name").stringView(), "Music");
+  EXPECT_EQ(jsonOutput()[0]["name"].text, "Music");
   ASSERT_EQ(run({"library", "playlists", "--json", "--flags", "0x8", "--file", library}), 0);
   EXPECT_EQ(out(), "[]\n");
   EXPECT_EQ(run({"library", "playlists", "--flags", "0x1FFFFFFFF", "--file", library}), 2);
@@ -173,13 +165,13 @@ TEST_F(LibraryCommand, TracksOfAPlaylistInItsOrder) {
                  library}),
             0)
       << err();
-  Value listed = jsonOutput();
+  Json listed = jsonOutput();
   const plist::Array& items = *music.get("Playlist Items").asArray();
-  ASSERT_EQ(listed.asArray()->size(), items.size());
+  ASSERT_EQ(listed.size(), items.size());
   for (size_t i = 0; i < items.size(); ++i) {
     std::string id = items[i].asDictionary()->get("Track ID").stringValue();
-    EXPECT_EQ(listed.asArray()->at(i).asDictionary()->get("Name").stringView(),
-              tracks.get(id).asDictionary()->get("Name").stringView());
+    EXPECT_EQ(listed[i]["Name"].text, tracks.get(id).asDictionary()->get("Name").stringView());
+    EXPECT_EQ(listed[i]["Track ID"].integer(), std::stoll(id));
   }
   EXPECT_EQ(run({"library", "tracks", "999999999", "--file", library}), 1);
   EXPECT_NE(err().find("999999999"), std::string::npos);
@@ -191,6 +183,14 @@ TEST_F(LibraryCommand, StatsAndUnreadableFiles) {
   ASSERT_EQ(run({"library", "stats", "--file", library}), 0);
   EXPECT_NE(out().find("tracks:     300\n"), std::string::npos) << out();
   EXPECT_NE(out().find("playlists:  40\n"), std::string::npos) << out();
+  ASSERT_EQ(run({"library", "stats", "--json", "--file", library}), 0);
+  const Json stats = jsonOutput();
+  EXPECT_EQ(stats["file"].text, library);
+  EXPECT_EQ(stats["format"].text, "xml");
+  EXPECT_EQ(stats["fileSize"].integer(), static_cast<int64_t>(std::filesystem::file_size(library)));
+  EXPECT_EQ(stats["tracks"].integer(), 300);
+  EXPECT_EQ(stats["playlists"].integer(), 40);
+  EXPECT_TRUE(stats["loadSeconds"].isNumber());
 
   std::string broken = dir_ + "/broken.xml";
   std::ofstream(broken) << "<plist version=\"1.0\"><dict><key>Tracks</key><dict></plist>";
@@ -208,6 +208,8 @@ TEST_F(LibraryCommand, PathFindsTheDefaultLocationAndRemembersIt) {
   std::ofstream(library) << "<plist version=\"1.0\"><dict/></plist>";
   ASSERT_EQ(run({"library", "path", "--dialogs", "none"}), 0) << err();
   EXPECT_EQ(out(), library + "\n");
+  ASSERT_EQ(run({"library", "path", "--json"}), 0) << err();
+  EXPECT_EQ(jsonOutput()["path"].text, library);
   EXPECT_NE(slurp(dir_ + "/home/.config/rvitunes/rvitunes.plist").find(library), std::string::npos);
 }
 
@@ -238,6 +240,38 @@ TEST_F(LibraryCommand, WatchMergesChangesUntilInterrupted) {
   EXPECT_EQ(exitStatus(watcher), 0) << err();
   EXPECT_EQ(out().find("changed"), out().rfind("changed")) << out();
   EXPECT_NE(out().find("stopped"), std::string::npos);
+}
+
+TEST_F(LibraryCommand, WatchAsJsonLinesEndsInFailureWhenTheLastChangeWasUnreadable) {
+  std::string library = dir_ + "/watched.xml";
+  writeSmallLibrary(library, 2, {"A1"}, 1000000);
+  pid_t watcher = start({"library", "watch", "--json", "--interval", "0.05", "--file", library});
+  ASSERT_TRUE(waitForOutput("\"event\": \"start\"")) << out() << err();
+  writeSmallLibrary(library, 4, {"A1"}, 2000000);
+  ASSERT_TRUE(waitForOutput("\"event\": \"change\"")) << out();
+  std::ofstream(library + ".new") << "<plist><dict><key>Tracks</key>";
+  timespec times[2] = {{3000000, 0}, {3000000, 0}};
+  utimensat(AT_FDCWD, (library + ".new").c_str(), times, 0);
+  std::filesystem::rename(library + ".new", library);
+  ASSERT_TRUE(waitForOutput("\"event\": \"error\"")) << out();
+  kill(watcher, SIGINT);
+  EXPECT_EQ(exitStatus(watcher), 1);
+  EXPECT_NE(err().find("cannot load " + library), std::string::npos) << err();
+
+  const auto lines = testing::parseJsonLines(out());
+  ASSERT_EQ(lines.size(), 4u) << out();
+  std::vector<std::string> events;
+  for (const auto& line : lines) {
+    ASSERT_TRUE(line.value) << line.error << "\n" << out();
+    events.push_back((*line.value)["event"].text);
+    EXPECT_EQ((*line.value)["time"].text.size(), 20u);  // 2024-05-06T07:08:09Z
+  }
+  EXPECT_EQ(events, (std::vector<std::string>{"start", "change", "error", "stop"}));
+  EXPECT_EQ((*lines[0].value)["tracks"].integer(), 2);
+  EXPECT_EQ((*lines[0].value)["file"].text, library);
+  EXPECT_EQ((*lines[1].value)["addedTracks"].integer(), 2);
+  EXPECT_EQ((*lines[1].value)["addedPlaylists"].integer(), 0);
+  EXPECT_EQ((*lines[1].value)["tracks"].integer(), 4);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // rvitunes library track-items, search, play and artwork, run as a separate process on a small
 // library written here, with its own home folder; play and artwork against a player started
-// inside the tool (--embedded).
+// inside the tool (--file, or its older name --embedded).
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -11,12 +11,16 @@
 #include <utility>
 #include <vector>
 
+#include "JsonCheck.h"
 #include "ToolRunner.h"
 
 namespace rvitunes {
 namespace {
 
+using testing::Json;
+using testing::parseJson;
 using testing::runTool;
+using testing::runToolSeparately;
 
 std::string key(const char* name, const char* type, const std::string& value) {
   return std::string("<key>") + name + "</key><" + type + ">" + value + "</" + type + ">";
@@ -75,18 +79,33 @@ class LibraryTrackItems : public ::testing::Test {
 };
 
 TEST_F(LibraryTrackItems, ItemsOfAPlaylistAsJson) {
-  const auto run = runTool("library track-items 40 --json --file '" + library_ + "'");
-  ASSERT_EQ(run.status, 0) << run.out;
-  EXPECT_NE(run.out.find("\"trackId\": 7, \"persistentId\": 0,"), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("\"filePath\": \"/Music/My Song.MP3\", \"fileName\": \"My Song.MP3\", "
-                         "\"fileType\": \"MP3\", \"typeImage\": \"iTunes_mp3\", \"totalTime\": -5"),
-            std::string::npos)
-      << run.out;
-  EXPECT_NE(run.out.find("\"fileType\": \"\", \"typeImage\": \"iTunes_generic\", "
-                         "\"totalTime\": 0, \"hasVideo\": 1"),
-            std::string::npos)
-      << run.out;
-  EXPECT_EQ(run.out.find("\"trackId\": 9"), std::string::npos);  // not in the playlist
+  const auto run = runToolSeparately("library track-items 40 --json --file '" + library_ + "'");
+  ASSERT_EQ(run.status, 0) << run.err;
+  const auto doc = parseJson(run.out);
+  ASSERT_TRUE(doc.value) << doc.error << "\n" << run.out;
+  const Json& items = *doc.value;
+  ASSERT_EQ(items.size(), 2u);  // 9 is not in the playlist
+  const Json& cafe = items[0];
+  EXPECT_EQ(cafe.keys(),
+            (std::vector<std::string>{"trackId", "persistentId", "trackName", "artistName",
+                                      "albumName", "fileUrl", "filePath", "fileName", "fileType",
+                                      "typeImage", "totalTime", "hasVideo", "artworkCount"}));
+  EXPECT_EQ(cafe["trackId"].integer(), 7);
+  EXPECT_TRUE(cafe["persistentId"].isNull());  // the item reads no text IDs
+  EXPECT_EQ(cafe["trackName"].text, "Caf\xC3\xA9 \xC3\x89t\xC3\xA9");
+  EXPECT_EQ(cafe["filePath"].text, "/Music/My Song.MP3");
+  EXPECT_EQ(cafe["fileName"].text, "My Song.MP3");
+  EXPECT_EQ(cafe["fileType"].text, "MP3");
+  EXPECT_EQ(cafe["typeImage"].text, "iTunes_mp3");
+  EXPECT_EQ(cafe["totalTime"].integer(), -5);
+  EXPECT_FALSE(cafe["hasVideo"].boolean);
+  EXPECT_EQ(cafe["artworkCount"].integer(), 1);
+  const Json& readme = items[1];
+  EXPECT_EQ(readme["fileType"].text, "");
+  EXPECT_EQ(readme["typeImage"].text, "iTunes_generic");
+  EXPECT_EQ(readme["totalTime"].integer(), 0);
+  EXPECT_TRUE(readme["hasVideo"].isBoolean() && readme["hasVideo"].boolean);
+  EXPECT_TRUE(readme["albumName"].isNull());
 
   EXPECT_EQ(runTool("library track-items 41 --file '" + library_ + "'").status, 1);
   EXPECT_EQ(runTool("library track-items x --file '" + library_ + "'").status, 2);
@@ -100,19 +119,34 @@ TEST_F(LibraryTrackItems, SearchIgnoresCaseAndDiacritics) {
   EXPECT_NE(run.out.find("2 tracks"), std::string::npos) << run.out;
   EXPECT_NE(runTool("library search zzz --file '" + library_ + "'").out.find("0 tracks"),
             std::string::npos);
+
+  const auto json = runToolSeparately("library search CAFE --json --file '" + library_ + "'");
+  ASSERT_EQ(json.status, 0) << json.err;
+  const auto doc = parseJson(json.out);
+  ASSERT_TRUE(doc.value) << doc.error << "\n" << json.out;
+  ASSERT_EQ(doc.value->size(), 2u);
+  EXPECT_EQ((*doc.value)[0]["trackId"].integer(), 7);
+  EXPECT_EQ((*doc.value)[0]["name"].text, "Caf\xC3\xA9 \xC3\x89t\xC3\xA9");
+  EXPECT_EQ((*doc.value)[1]["trackId"].integer(), 9);
+  EXPECT_EQ(runToolSeparately("library search zzz --json --file '" + library_ + "'").out, "[]\n");
 }
 
 TEST_F(LibraryTrackItems, PlayAndArtworkThroughTheItem) {
-  auto run = runTool("library play 8 --embedded '" + library_ + "'");
+  auto run = runTool("library play 8 --file '" + library_ + "'");
   EXPECT_EQ(run.status, 0) << run.out;
   EXPECT_NE(run.out.find("playing track 8"), std::string::npos) << run.out;
-  run = runTool("library play 99 --embedded '" + library_ + "'");
-  EXPECT_EQ(run.status, 1) << run.out;
-  EXPECT_NE(run.out.find("no track with ID 99"), std::string::npos) << run.out;
-  run = runTool("library artwork 7 --embedded '" + library_ + "'");
-  EXPECT_EQ(run.status, 1) << run.out;
-  EXPECT_NE(run.out.find("no artwork for track 7"), std::string::npos) << run.out;
-  EXPECT_EQ(runTool("library play --embedded '" + library_ + "'").status, 2);
+  run = runToolSeparately("library play 8 --json --embedded '" + library_ + "'");
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, "{\"trackId\": 8, \"playing\": true}\n");
+  run = runToolSeparately("library play 99 --file '" + library_ + "'");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_NE(run.err.find("no track with ID 99"), std::string::npos) << run.err;
+  run = runToolSeparately("library artwork 7 --json --file '" + library_ + "'");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_NE(run.err.find("no artwork for track 7"), std::string::npos) << run.err;
+  EXPECT_EQ(runTool("library play --file '" + library_ + "'").status, 2);
 }
 
 }  // namespace

@@ -31,7 +31,7 @@ class PlayerArtworkTest : public ::testing::Test {
   }
   std::string library() const { return dir_ + "/lib.xml"; }
   ToolRun artwork(const std::string& args) {
-    return runTool("player artwork 000000000000A001 " + args + " --embedded '" + library() + "'");
+    return runTool("player artwork 000000000000A001 " + args + " --file '" + library() + "'");
   }
 
   std::string dir_;
@@ -49,6 +49,12 @@ TEST_F(PlayerArtworkTest, SetsAPictureAndReadsItBack) {
   r = artwork("--save '" + dir_ + "'");
   EXPECT_EQ(r.status, 0) << r.out;
   EXPECT_EQ(r.out, "0 artworks\n");  // artwork lives in the player's memory only
+
+  r = artwork("--set '" + dir_ + "/png/Lumo_music.png' --json");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_EQ(r.out, "{\"index\": 0, \"width\": 256, \"height\": 256}\n");
+  r = artwork("--json");
+  EXPECT_EQ(r.out, "[]\n");
 }
 
 TEST_F(PlayerArtworkTest, WrongUsageAndUnreadablePictures) {
@@ -64,6 +70,7 @@ TEST_F(PlayerArtworkTest, WrongUsageAndUnreadablePictures) {
   r = artwork("--delete");
   EXPECT_EQ(r.status, 0) << r.out;
   EXPECT_EQ(r.out, "0 artworks left\n");
+  EXPECT_EQ(artwork("--delete --json").out, "{\"left\": 0}\n");
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "JsonCheck.h"
 #include "ToolRunner.h"
 
 extern char** environ;
@@ -25,7 +26,10 @@ extern char** environ;
 namespace rvitunes {
 namespace {
 
+using testing::Json;
+using testing::parseJson;
 using testing::runTool;
+using testing::runToolSeparately;
 using testing::ToolRun;
 
 // The library: Aria (0xF00000000000B301, rated 80, in Chill), Bolero (0xB302, in focus),
@@ -98,7 +102,7 @@ class PlayerControlTest : public ::testing::Test {
 
   // Starts `rvitunes player serve` on the library and waits until it answers a ping.
   void startDaemon(const std::string& version = "7.7.1") {
-    std::vector<std::string> argv = {RVITUNES_CLI_PATH, "player",           "serve", "--library",
+    std::vector<std::string> argv = {RVITUNES_CLI_PATH, "player",           "serve", "--file",
                                      library_,          "--player-version", version};
     std::vector<char*> args;
     for (std::string& a : argv)
@@ -147,7 +151,7 @@ TEST_F(PlayerControlTest, WithoutAPlayerEveryCommandSaysSoInOneLine) {
   // Usage is checked before the player is asked.
   EXPECT_EQ(player("volume 101").status, 2);
   EXPECT_EQ(player("frobnicate").status, 2);
-  EXPECT_EQ(player("--player-version 7.2 status").status, 2);  // only with --embedded
+  EXPECT_EQ(player("--player-version 7.2 status").status, 2);  // only with --file
 }
 
 TEST_F(PlayerControlTest, TransportVolumeEqualizerAndStatus) {
@@ -251,9 +255,68 @@ TEST_F(PlayerControlTest, PlaylistsTracksPropertiesSearchAndAdd) {
   EXPECT_EQ(player("selection").status, 0);
 }
 
+// Every command that prints something prints one document with --json; a failure prints
+// nothing on standard output.
+TEST_F(PlayerControlTest, JsonOfEveryCommandIsOneValidDocument) {
+  startDaemon();
+  const auto json = [this](const std::string& args) {
+    const ToolRun r = runToolSeparately("player " + args + " --json");
+    EXPECT_EQ(r.status, 0) << args << ": " << r.err;
+    EXPECT_EQ(r.err, "") << args;
+    const auto doc = parseJson(r.out);
+    EXPECT_TRUE(doc.value) << args << ": " << doc.error << "\n" << r.out;
+    return doc.value.value_or(Json());
+  };
+  Json doc = json("ping");
+  EXPECT_EQ(doc["name"].text, "iTunes");
+  EXPECT_EQ(doc["version"].text, "7.7.1");
+  EXPECT_TRUE(doc["roundTripMs"].isNumber());
+
+  doc = json("status");
+  EXPECT_EQ(doc.keys(), (std::vector<std::string>{"state", "stateCode", "position", "volume",
+                                                  "equalizer", "track", "playlist"}));
+  EXPECT_TRUE(doc["track"].isNull());
+  EXPECT_EQ(json("version")["packed"].text, "0x771");
+  EXPECT_EQ(json("volume 40")["volume"].integer(), 40);
+  EXPECT_TRUE(json("eq on")["equalizer"].boolean);
+
+  doc = json("playlists");
+  EXPECT_EQ(doc["name"].text, "iTunes");
+  EXPECT_TRUE(doc["children"].isArray());
+
+  doc = json("tracks ABCDEF0000000210");
+  ASSERT_EQ(doc.size(), 2u);
+  EXPECT_EQ(doc[0]["persistentId"].text, "F00000000000B301");
+  EXPECT_EQ(doc[0]["databaseId"].integer(), 301);
+  EXPECT_EQ(doc[1]["persistentId"].text, "00000000000ABCDE");
+  EXPECT_TRUE(doc[1]["album"].isNull() || doc[1]["album"].text.empty());
+
+  doc = json("track F00000000000B301");
+  EXPECT_EQ(doc["rating"].integer(), 80);
+  EXPECT_TRUE(doc["playedDate"].isNull());
+  EXPECT_TRUE(doc["compilation"].isBoolean());
+
+  doc = json("set F00000000000B301 name 'tab\there \"quoted\" caf\xC3\xA9'");
+  EXPECT_EQ(doc["name"].text, "tab\there \"quoted\" caf\xC3\xA9");
+  EXPECT_EQ(json("set F00000000000B301 volumeAdjustment -20")["volumeAdjustment"].integer(), -20);
+
+  EXPECT_EQ(json("search ann --field artists").size(), 2u);
+  EXPECT_TRUE(json("selection").isArray());
+  doc = json("add '" + dir_ + "/new.mp3'");
+  ASSERT_EQ(doc.size(), 1u);
+  EXPECT_EQ(doc[0]["persistentId"].text.size(), 16u);
+  doc = json("artwork F00000000000B301");
+  EXPECT_TRUE(doc.isArray());
+
+  const ToolRun r = runToolSeparately("player track 1234 --json");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(r.err, "rvitunes player track: no track with persistent ID 1234\n");
+}
+
 TEST_F(PlayerControlTest, EmbeddedPlayersOfOlderVersions) {
-  // No daemon: --embedded starts the player in the tool itself.
-  const std::string embedded = " --embedded '" + library_ + "' --player-version ";
+  // No daemon: --file starts the player in the tool itself (--embedded is its older name).
+  const std::string embedded = " --file '" + library_ + "' --player-version ";
   EXPECT_EQ(player("version" + embedded + "5.0").out, "version: 5.0\npacked: 0x500\n");
   ToolRun r = player("tracks 220" + embedded + "5.0");
   EXPECT_EQ(r.status, 1);
@@ -263,6 +326,9 @@ TEST_F(PlayerControlTest, EmbeddedPlayersOfOlderVersions) {
   // 7.2.0 speaks of IDs as text.
   EXPECT_NE(player("track 00000000000ABCDE" + embedded + "7.2").out.find("name: coda\n"),
             std::string::npos);
+  // IDs as text or not, JSON has them in one form.
+  r = player("track 00000000000ABCDE --json --embedded '" + library_ + "' --player-version 7.2");
+  EXPECT_NE(r.out.find("\"persistentId\": \"00000000000ABCDE\""), std::string::npos) << r.out;
   r = player("status --embedded '" + dir_ + "/none.xml'");
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out.rfind("rvitunes player status: cannot start a player on \"", 0), 0u) << r.out;

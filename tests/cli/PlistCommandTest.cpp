@@ -3,10 +3,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "ToolRunner.h"
 #include <fstream>
 #include <sstream>
 #include <string>
+#include "JsonCheck.h"
+#include "ToolRunner.h"
 
 #include "rvitunes/plist/Dictionary.h"
 #include "rvitunes/plist/PropertyList.h"
@@ -14,6 +15,8 @@
 namespace rvitunes {
 namespace {
 
+using testing::JsonResult;
+using testing::parseJson;
 using testing::runTool;
 using testing::ToolRun;
 
@@ -37,17 +40,20 @@ class PlistCommand : public ::testing::Test {
     return ss.str();
   }
   std::string dir_;
-  const std::string sample_ = std::string(RVITUNES_SOURCE_DIR) + "/examples/library/iTunes Music Library.xml";
+  const std::string sample_ =
+      std::string(RVITUNES_SOURCE_DIR) + "/examples/library/iTunes Music Library.xml";
 };
 
 TEST_F(PlistCommand, LintReportsOkErrorsWithOffsetAndRepairs) {
-  std::string good = write("good.plist", "<plist><dict><key>a</key><integer>1</integer></dict></plist>");
+  std::string good =
+      write("good.plist", "<plist><dict><key>a</key><integer>1</integer></dict></plist>");
   std::string bad = write("bad.plist", "<plist><dict><key>a</key></dict></plist>");
   std::string repaired = write("repaired.plist", "<plist><string>a\x01</string></plist>");
   ToolRun r = runTool("plist lint '" + good + "' '" + bad + "' '" + repaired + "'");
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.out.find(good + ": OK"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find(bad + ": error at offset 13: key without a value"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find(bad + ": error at offset 13: key without a value"), std::string::npos)
+      << r.out;
   EXPECT_NE(r.out.find(repaired + ": warning at offset 16"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find(repaired + ": OK"), std::string::npos) << r.out;
   EXPECT_EQ(runTool("plist lint '" + good + "'").status, 0);
@@ -65,13 +71,18 @@ TEST_F(PlistCommand, ConvertRoundTripsTheSampleThroughEveryFormat) {
   std::string text = read(json);
   EXPECT_EQ(text.front(), '{');
   EXPECT_NE(text.find("\"Tracks\": {"), std::string::npos);
+  // The JSON of the whole sample, and print --json, are documents a strict reader accepts.
+  const JsonResult doc = parseJson(text);
+  ASSERT_TRUE(doc.value) << doc.error;
+  EXPECT_EQ((*doc.value)["Tracks"].size(), 30u);
+  EXPECT_EQ(runTool("plist print --json '" + bin + "'").out, text);
 }
 
 TEST_F(PlistCommand, ConvertWithoutOutputReplacesTheFileAndStdoutWorks) {
   std::string path = write("in.plist", "<plist><array><integer>7</integer></array></plist>");
   ASSERT_EQ(runTool("plist convert --format binary1 '" + path + "'").status, 0);
   EXPECT_EQ(read(path).substr(0, 8), "bplist00");
-  ToolRun r = runTool("plist convert --format json -o - '" + path + "'");
+  ToolRun r = runTool("plist convert --format json --output - '" + path + "'");
   EXPECT_EQ(r.status, 0);
   EXPECT_NE(r.out.find("7"), std::string::npos);
 }

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "../player/HandlerTestSupport.h"
+#include "JsonCheck.h"
 #include "ToolRunner.h"
 
 namespace rvitunes {
@@ -15,7 +16,9 @@ namespace {
 
 using player::testing::ChildProcess;
 using player::testing::ScratchFolder;
+using testing::parseJson;
 using testing::runTool;
+using testing::runToolSeparately;
 
 const char* const kVisibleQuery =
     "event core getd \"'----':obj { form:prop, want:type(prop), seld:type(pvis), from:null() }\"";
@@ -69,6 +72,32 @@ TEST_F(ScriptCommandTest, RunsScriptsAndReportsErrorsWithTheirNumbers) {
   r = runTool("script --back 'tell application \"iTunes\" to stop'");
   EXPECT_EQ(r.status, 0) << r.out;
   EXPECT_EQ(r.out, "null()\n");
+  r = runTool("script --json 'tell application \"iTunes\" to stop'");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_EQ(r.out, "{\"result\": null}\n");
+
+  // An event's reply as JSON, and the error a reply reports.
+  const std::string volume =
+      "event --json core getd \"'----':obj { form:prop, want:type(prop), seld:type(pVol), "
+      "from:null() }\"";
+  r = runToolSeparately(volume);
+  EXPECT_EQ(r.status, 0) << r.err;
+  auto doc = parseJson(r.out);
+  ASSERT_TRUE(doc.value) << doc.error << "\n" << r.out;
+  EXPECT_NE((*doc.value)["reply"].text.find("'----'"), std::string::npos) << r.out;
+  EXPECT_EQ((*doc.value)["errorNumber"].integer(), 0);
+  EXPECT_TRUE((*doc.value)["errorString"].isNull());
+  r = runToolSeparately(
+      "event --json core getd \"'----':obj { form:indx, want:type(cTrk), seld:999999, "
+      "from:null() }\"");
+  EXPECT_EQ(r.status, 1);
+  doc = parseJson(r.out);
+  ASSERT_TRUE(doc.value) << doc.error << "\n" << r.out;
+  EXPECT_NE((*doc.value)["errorNumber"].integer().value_or(0), 0);
+  EXPECT_NE(r.err.find("the application answered error"), std::string::npos) << r.err;
+  r = runToolSeparately("event --json --no-reply hook Stop ''");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "{\"reply\": null, \"errorNumber\": 0, \"errorString\": null}\n");
   const std::string file = folder_.write("show.applescript",
                                          "tell application \"iTunes\" to activate\n"
                                          "tell application \"System Events\"\n"
@@ -101,6 +130,11 @@ TEST_F(ScriptCommandTest, ListsShowsHidesAndQuitsApplicationsByName) {
   EXPECT_NE(r.out.find("iTunes  'hook'     " + pid + "\n"), std::string::npos) << r.out;
   r = runTool("apps --json");
   EXPECT_EQ(r.status, 0);
+  const auto doc = parseJson(r.out);
+  ASSERT_TRUE(doc.value) << doc.error << "\n" << r.out;
+  ASSERT_EQ(doc.value->size(), 1u);
+  EXPECT_EQ((*doc.value)[0]["NSApplicationProcessIdentifier"].integer(), daemon_.pid());
+  EXPECT_EQ(runTool("event --list --json").out, r.out);  // one listing, two names
   EXPECT_NE(
       r.out.find("\"NSApplicationName\": \"iTunes\",\n    \"NSApplicationProcessIdentifier\": " +
                  pid + ",\n    \"RVApplicationSignature\": \"hook\""),
