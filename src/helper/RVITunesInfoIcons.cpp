@@ -60,11 +60,15 @@ plist::Ref<plist::Dictionary> RVITunesInfo::playlistsDisplayIcons(const void* /*
   std::error_code ignored;
   if (!std::filesystem::exists(*probePath, ignored)) return icons;
 
+  // Readers of RVITunesIcons() do not wait for this fill, and a dictionary must not be read
+  // while it changes: the icons go into a dictionary of their own, published once complete.
+  plist::Ref<plist::Dictionary> loaded = plist::Dictionary::create();
   for (std::string_view base : playlistIconBaseNames()) {
-    loadIcon(*icons, base, true);
-    loadIcon(*icons, base, false);
+    loadIcon(*loaded, base, true);
+    loadIcon(*loaded, base, false);
   }
-  return icons;
+  setRVITunesIcons(loaded);
+  return loaded;
 }
 
 }  // namespace rvitunes

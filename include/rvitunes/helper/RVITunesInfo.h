@@ -68,9 +68,11 @@ class RVITunesInfo {
   // first, then looks up the probe icon "lumo-books" in the framework bundle (FrameworkBundle.h);
   // without it the dictionary stays empty for the life of the process. Otherwise it loads the
   // forty icons in the order of playlistIconBaseNames(), the dark variant of each before the
-  // normal one, under keys "Lumo_<base>" and "Lumo_<base>_dark" as IconImage values; a missing
-  // or unreadable file leaves only its own key absent. `sender` is ignored. Calls may come from
-  // any thread; the host's own additions to the dictionary must not race with them.
+  // normal one, under keys "Lumo_<base>" and "Lumo_<base>_dark" as IconImage values, into a new
+  // dictionary that replaces the empty one once complete; a missing or unreadable file leaves
+  // only its own key absent. `sender` is ignored. Calls may come from any thread, and readers
+  // of RVITunesIcons() meanwhile see the empty dictionary or the complete one; the host's own
+  // additions to the dictionary must not race with them.
   static plist::Ref<plist::Dictionary> playlistsDisplayIcons(const void* sender = nullptr);
 
   // The loaded tree, or null.
