@@ -169,6 +169,11 @@ Result<BusRegistration> BusDirectory::readRecord(OSType signature) const {
   struct stat info {};
   if (::fstat(fd.get(), &info) != 0) return detail::errnoStatus(errno, "cannot examine " + path);
   if (!S_ISREG(info.st_mode)) return corruptRecord(path, "not a regular file");
+  // Only this user's registrations are trusted; one that someone else put here (only root
+  // could) names nobody we should talk to.
+  if (info.st_uid != ::geteuid()) {
+    return corruptRecord(path, "it belongs to uid " + std::to_string(info.st_uid));
+  }
   if (info.st_size > static_cast<off_t>(kMaxRecordSize)) return corruptRecord(path, "too large");
   std::string text(kMaxRecordSize + 1, '\0');
   size_t filled = 0;
@@ -270,7 +275,9 @@ bool busSocketHasListener(const std::string& path) {
   FileDescriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!fd.valid()) return false;
   if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-    return true;
+    // A listener of another user (reached through a link planted here) is nobody we talk to.
+    const auto uid = detail::peerUid(fd.get());
+    return uid && *uid == ::geteuid();
   }
   // A full backlog (EAGAIN) still means someone listens.
   return errno == EAGAIN || errno == EINPROGRESS;

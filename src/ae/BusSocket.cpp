@@ -7,9 +7,11 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
+#include "rvitunes/ae/BusDirectory.h"
 #include "rvitunes/base/FileSystem.h"
 
 namespace rvitunes::ae::detail {
@@ -24,6 +26,9 @@ bool fillAddress(const std::string& path, sockaddr_un& address) {
   std::memcpy(address.sun_path, path.data(), path.size());
   return true;
 }
+
+// Stands in for the kernel's credentials when a test installed it.
+std::atomic<BusPeerUidReader> peerUidReader{nullptr};
 
 Status pathTooLong(const std::string& path) {
   return Status::error(paramErr, "socket path \"" + path + "\" is empty or longer than " +
@@ -96,6 +101,7 @@ Result<FileDescriptor> listenUnixSocket(const std::string& path, int backlog) {
 }
 
 std::optional<uid_t> peerUid(int fd) {
+  if (const BusPeerUidReader reader = peerUidReader.load()) return reader(fd);
   ucred credentials{};
   socklen_t length = sizeof credentials;
   if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0 ||
@@ -139,3 +145,11 @@ Status sendAll(int fd, std::string_view bytes, std::optional<Clock::time_point> 
 }
 
 }  // namespace rvitunes::ae::detail
+
+namespace rvitunes::ae {
+
+BusPeerUidReader setBusPeerUidReaderForTesting(BusPeerUidReader reader) {
+  return detail::peerUidReader.exchange(reader);
+}
+
+}  // namespace rvitunes::ae

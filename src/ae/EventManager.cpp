@@ -250,12 +250,20 @@ Result<EventManager::Target> EventManager::resolve(const Descriptor& address) {
 
 Result<std::shared_ptr<BusConnection>> EventManager::connection(const std::string& socketPath,
                                                                 Deadline deadline) {
-  std::lock_guard lock(connectionsMutex_);
-  auto it = connections_.find(socketPath);
-  if (it != connections_.end() && it->second->alive()) return it->second;
+  {
+    std::lock_guard lock(connectionsMutex_);
+    auto it = connections_.find(socketPath);
+    if (it != connections_.end() && it->second->alive()) return it->second;
+  }
   // Nothing is trusted from a directory that fails its checks now.
   if (auto directory = busDirectory(); !directory) return directory.status();
+  // Connecting may wait until the deadline (a listener with a full backlog); the lock is not
+  // held meanwhile, so senders to other applications are not held up by this one.
   auto made = BusConnection::connect(socketPath, deadline);
+  std::lock_guard lock(connectionsMutex_);
+  auto it = connections_.find(socketPath);
+  // Another thread connected first: its connection is shared and ours closes as it goes.
+  if (it != connections_.end() && it->second->alive()) return it->second;
   if (!made) {
     if (it != connections_.end()) connections_.erase(it);
     return made.status();
@@ -369,8 +377,10 @@ std::optional<std::string> EventManager::serve(Application& app, const BusFrameH
   const bool wantsReply = header.kind == BusFrameKind::request;
   auto event = unflatten(bytesOf(payload));
   if (!event || !event->isAppleEvent()) {
-    const Status why =
-        event ? Status::error(errAENotAppleEvent, "the request is not an event") : event.status();
+    // Whatever bound the bytes broke (nesting, item count), to the sender they are corrupt data,
+    // as its own reading of a reply would say.
+    const Status why = event ? Status::error(errAENotAppleEvent, "the request is not an event")
+                             : Status::error(errAECorruptData, event.status().message());
     NullLog("application '%s': unreadable request: %s", app.name().c_str(), why.toString().c_str());
     if (!wantsReply) return std::nullopt;
     auto flat = flatten(errorReply(0, header.transactionID, why.code(), why.message()));

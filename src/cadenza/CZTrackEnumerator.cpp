@@ -1,6 +1,7 @@
 // Walking the tracks of a playlist by position.
 #include "rvitunes/cadenza/CZTrackEnumerator.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "rvitunes/ae/AECodes.h"
@@ -8,6 +9,13 @@
 #include "rvitunes/cadenza/CZTrack.h"
 
 namespace rvitunes {
+
+namespace {
+
+// Objects a walk makes room for before they arrive.
+constexpr int32_t kMostReservedAhead = 4096;
+
+}  // namespace
 
 CZTrackEnumerator::CZTrackEnumerator(std::shared_ptr<CZPlaylist> playlist)
     : playlist_(std::move(playlist)) {
@@ -33,7 +41,8 @@ std::shared_ptr<CZTrack> CZTrackEnumerator::nextObject() {
 
 std::vector<std::shared_ptr<CZTrack>> CZTrackEnumerator::allObjects() {
   std::vector<std::shared_ptr<CZTrack>> all;
-  if (count_ > seq_) all.reserve(static_cast<size_t>(count_ - seq_));
+  // The count is the player's word, not objects in hand: room for only so many is taken ahead.
+  if (count_ > seq_) all.reserve(static_cast<size_t>(std::min(count_ - seq_, kMostReservedAhead)));
   while (std::shared_ptr<CZTrack> track = nextObject())
     all.push_back(std::move(track));
   return all;

@@ -61,6 +61,32 @@ TEST_F(EnumeratorRecordedTest, PlaylistWalkLogsABadReplyAndCarriesOn) {
   EXPECT_EQ(player.count(), 4u);  // a finished walk asks nothing
 }
 
+// A player that claims far more playlists than it has: the walk carries on past missing ones,
+// but a long enough run of them ends it instead of walking two billion positions.
+TEST_F(EnumeratorRecordedTest, PlaylistWalkGivesUpOnALongRunOfMissingPlaylists) {
+  RecordingPlayer player;
+  player.respondWith([](const ae::Descriptor& event, ae::Descriptor& reply) -> OSStatus {
+    if (isCount(event)) return answerWith(reply, ae::Descriptor::makeSInt32(INT32_MAX));
+    const int64_t position = elementPosition(event);
+    // Two real ones, a shorter gap, one more, then nothing.
+    if (position <= 2 || position == 2 + CZPlaylistEnumerator::kMostMissingInARow) {
+      return answerWith(reply, built(kPlaylistSpecifier));
+    }
+    return errAENoSuchObject;
+  });
+  CZPlaylistEnumerator walk;
+  const auto all = walk.allObjects();
+  const size_t expected = 3 + 2 * (CZPlaylistEnumerator::kMostMissingInARow - 1) + 1;
+  EXPECT_EQ(all.size(), expected);
+  const size_t lastReal = 1 + CZPlaylistEnumerator::kMostMissingInARow;
+  EXPECT_FALSE(all[1]->descriptor().isNull());
+  EXPECT_TRUE(all[2]->descriptor().isNull());
+  EXPECT_FALSE(all[lastReal]->descriptor().isNull());
+  EXPECT_TRUE(all.back()->descriptor().isNull());
+  EXPECT_EQ(walk.nextObject(), nullptr);
+  EXPECT_EQ(player.count(), 1 + expected);  // the count, then one request per position
+}
+
 TEST_F(EnumeratorRecordedTest, PlaylistWalkEndsWhenNoReplyComes) {
   std::unique_ptr<CZPlaylistEnumerator> walk;
   {

@@ -61,7 +61,9 @@ class BusDirectory {
   // empty, longer than kMaxNameLength bytes or holds a control character.
   Status writeRecord(const BusRegistration& registration) const;
   // Reads and checks the record of `signature` (at most 4 KiB); fnfErr when there is none,
-  // errAECorruptData when it is malformed or names another signature. socketPath is filled in.
+  // errAECorruptData when it is malformed, names another signature, or is not a regular file
+  // of the effective user. A symbolic link is not followed (the errno mapping of ELOOP).
+  // socketPath is filled in.
   Result<BusRegistration> readRecord(OSType signature) const;
 
   static constexpr size_t kMaxNameLength = 255;
@@ -71,7 +73,17 @@ class BusDirectory {
   std::string path_;
 };
 
-// True when something accepts connections on the Unix socket at `path`.
+// True when something accepts connections on the Unix socket at `path`, and it runs as the
+// effective user as far as can be told (a listener whose backlog is full cannot be asked).
 bool busSocketHasListener(const std::string& path);
+
+// Both ends of every bus connection read the other end's user id from the kernel (SO_PEERCRED)
+// right after connecting and refuse a peer whose id is not the effective uid, or whose id
+// cannot be read. For tests that need such a peer on a machine without a second user, a reader
+// installed here answers in the kernel's place (nullopt: the id cannot be read); nullptr
+// restores the kernel. Answers the reader installed before. Process-wide and thread-safe; the
+// reader runs on the bus threads of both ends.
+using BusPeerUidReader = std::optional<uid_t> (*)(int fd);
+BusPeerUidReader setBusPeerUidReaderForTesting(BusPeerUidReader reader);
 
 }  // namespace rvitunes::ae

@@ -5,7 +5,9 @@
 // Each nextObject asks the controller for the element at the next position and wraps the
 // specifier of the reply. A reply without a specifier is written to the system log ("Unable
 // to exec getParamDesc: %d") and still wrapped, as a playlist without a specifier, so that the
-// walk goes on to the end; only a request that gets no reply at all ends the walk early.
+// walk goes on to the end; only a request that gets no reply at all ends the walk early, and so
+// does a run of kMostMissingInARow replies without a specifier: a player that claims two billion
+// playlists and then has none would otherwise keep the caller walking (and allocating) for hours.
 //
 // Ownership: each playlist answered is new and the caller's. Threads: an enumerator belongs to
 // the thread that uses it; it is not safe to share one between threads.
@@ -45,9 +47,13 @@ class CZPlaylistEnumerator {
   // Counts the elements of `elementClass`, which must be what appleEventClass() answers.
   explicit CZPlaylistEnumerator(OSType elementClass);
 
+ public:
+  static constexpr int32_t kMostMissingInARow = 64;
+
  private:
   int32_t count_ = 0;
   int32_t seq_ = 0;
+  int32_t missingInARow_ = 0;
 };
 
 }  // namespace rvitunes
