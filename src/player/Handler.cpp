@@ -495,12 +495,15 @@ OSStatus PlayerHandlers::add(const ae::Descriptor& event, ae::Descriptor& reply)
 
 OSStatus PlayerHandlers::quit(const ae::Descriptor& /*event*/, ae::Descriptor& reply) {
   Status written = model_->quit();
-  quitRequested_ = true;
-  if (options_.onQuit) options_.onQuit();
   if (!written.ok()) {
-    SystemLog("player: writing the library on quit failed: %s", written.toString().c_str());
+    // Like a document that cannot be saved: the player stays up with the change in memory, and
+    // a later quit (once the disk is writable again) ends it.
+    SystemLog("player: writing the library on quit failed, not quitting: %s",
+              written.toString().c_str());
     return fail(reply, written);
   }
+  quitRequested_ = true;
+  if (options_.onQuit) options_.onQuit();
   return noErr;
 }
 

@@ -337,7 +337,9 @@ Result<std::vector<DatabaseId>> PlayerModel::addFiles(const std::vector<std::str
 Status PlayerModel::quit() {
   if (!writeBack_) return Status::success();
   Status status = writeBack_->flush();
-  writeBack_->stop();
+  // A change that could not be written stays pending, and the write-back keeps retrying it:
+  // quitting now would lose it.
+  if (status.ok()) writeBack_->stop();
   return status;
 }
 

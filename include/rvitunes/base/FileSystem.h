@@ -59,7 +59,8 @@ class FileSystem {
   // Removes a file (not a directory).
   virtual Status removeFile(const std::string& path) = 0;
   // Flushes the directory entry list of `dir`, making a rename in it durable. File systems that
-  // cannot sync a directory count as success.
+  // cannot sync a directory, and a directory the caller may not open for reading (a write-only
+  // folder), count as success: the rename is in place and cannot be made more durable by us.
   virtual Status syncDirectory(const std::string& dir) = 0;
   // Creates `path` and any missing parents with permission bits `mode` (less the umask).
   // Success when it already is a directory; an error when it or a parent is something else.

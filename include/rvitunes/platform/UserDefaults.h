@@ -74,7 +74,11 @@ class UserDefaults {
   // overwritten). On failure the file on disk is unchanged and so is the value in memory; the
   // one exception is a failed flush of the directory after the new file is already in place,
   // which is reported while later reads see the new value. Removing an absent key writes
-  // nothing and succeeds.
+  // nothing and succeeds. There is no separate synchronize step and nothing is kept back to
+  // retry: a change is on disk when the call succeeds, and after a failure (a full disk, a
+  // read-only folder) the caller makes it again, which succeeds once the fault has passed. A
+  // writer killed mid-change leaves the previous file whole, and at most a hidden temporary
+  // beside it (".<domain>.plist.XXXXXX"), which later reads and changes ignore.
   Status setObjectForKey(plist::Value value, std::string_view key);
   Status setStringForKey(std::string_view value, std::string_view key);
   Status removeObjectForKey(std::string_view key);

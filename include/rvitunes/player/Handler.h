@@ -9,7 +9,8 @@
 //   hook/Paus PlPs Next Prev Back Fast Rwnd Resu Stop    (a '----' of null() is ignored)
 //   hook/Srch  '----' playlist, pTrm text [, pAre search area]   '----' list of tracks
 //   hook/Add   '----' file or list of files [, insh playlist]     '----' list of tracks
-//   aevt/quit  writes a pending library change, then asks the owner to stop
+//   aevt/quit  writes a pending library change, then asks the owner to stop; when the write
+//              fails it answers the error and does not stop, so the change is not lost
 //   aevt/oapp, aevt/rapp  nothing to do (the player is running)
 //   misc/actv  frontmost and visible
 // Anything else answers errAEEventNotHandled (-1708).

@@ -6,7 +6,12 @@
 // write asks the snapshot function for the file's bytes (on the writer thread) and replaces the
 // file with writeFileAtomically, so a reader, or a process killed at any moment, sees either the
 // old file or the new one, never a mixture. A failed write is logged to the system log, kept as
-// lastStatus() and tried again after maxDelay.
+// lastStatus() and tried again after maxDelay; meanwhile the change stays pending() and the file
+// keeps its previous content (after a failed flush of the folder alone, the new content is
+// already in place and is written again). After stop() nothing retries by itself: a change
+// whose last write failed stays pending() until a flush() succeeds, and the file stays as it
+// was. A process killed mid-write may leave a hidden temporary beside the file
+// (".<file name>.XXXXXX"); later writes ignore it.
 //
 // Threads: one writer thread per object, started by the constructor. markChanged(), flush(),
 // pending(), writeCount() and lastStatus() may be called from any thread. The snapshot

@@ -127,7 +127,9 @@ class PlayerModel {
   Result<std::vector<DatabaseId>> addFiles(const std::vector<std::string>& paths,
                                            std::optional<DatabaseId> playlist = std::nullopt);
 
-  // Quitting: writes a pending change of the library now and ends the write-back thread.
+  // Quitting: writes a pending change of the library now and ends the write-back thread. When
+  // the write fails the error is answered and the write-back keeps running with the change
+  // still pending (it retries on its own), so the caller can stay up instead of losing it.
   Status quit();
 
  private:
