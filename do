@@ -31,6 +31,7 @@ PACKAGES=(
   "core  graphicsmagick      second peer that checks our PICT output (gm convert)"
   "core  netpbm              ppmtopict writes PICTs our decoder must read"
   "core  icnsutils           icns2png extracts our icon files (the older reader)"
+  "core  help2man            man pages of rvitunes and rvitunes-player, from their --help"
   "bench libplist-dev        peer: libplist's XML reader, timed against ours"
   "bench libpugixml-dev      peer: a pugixml DOM load of the same file"
   "bench time                GNU /usr/bin/time: wall time and peak memory per run"
@@ -57,22 +58,27 @@ usage() {
   cat <<'EOF'
 Usage: ./do COMMAND [ARGS]
 
-  demo               install what is missing, build `ci`, run the command-line tool on the
-                     example library (lint, print, convert, the library index), then start
-                     the reference player on a copy of it and send it a few events
-  test               install what is missing, build and run the tests (`ci`, then `sanitize`
-                     with ASan + UBSan), then a 10-second fuzz run per target; ends with a
-                     line "N passed, M failed"
+  demo [ARGS]        install what is missing, build `ci`, run `rvitunes demo [ARGS]`: a
+                     host's start-up and a player session on the built-in sample, step by
+                     step (--file LIBRARY for your own, --json, --keep)
+  test               install what is missing, build and run the tests (`ci`, then check the
+                     installed package and a 60-second soak, then `sanitize` with ASan +
+                     UBSan, the `concurrency` tests under TSan, a 10-second fuzz run per
+                     target); ends with a line "N passed, M failed"
   setup [bench]      install the Debian packages that are missing; `bench` adds the peers
                      and tools that ./do bench needs (the list is PACKAGES in this script)
   build [PRESET]     configure and build a preset (default: ci)
+  package            build `ci` and make the Debian package build/ci/package/rvitunes_*.deb
   bench              build `release` and run the peer comparison and the benchmarks
   fuzz [SECONDS]     build `fuzz` and run every fuzz target for SECONDS (default 60)
+  soak [SECONDS]     build `ci` and run rvitunes-soak for SECONDS (default 300): the player
+                     daemon on a generated library, driven from 4 client processes x 4
+                     threads with every answer checked, its memory and descriptors watched
   format             clang-format the C++ files in place (tracked, or new and not ignored)
   format-check       report C++ files that clang-format would change
   help               this text
 
-Presets: ci, sanitize, dev, release, fuzz (see CMakePresets.json).
+Presets: ci, sanitize, tsan, dev, release, fuzz (see CMakePresets.json).
 Environment: JOBS (compile jobs, default 2), CTEST_PARALLEL_LEVEL (tests at once, default
 JOBS); bench/compare-plist.sh reads RUNS, SHARED_DIR, BUILD_DIR and DATA.
 EOF
@@ -164,7 +170,10 @@ cmd_test() {
     fi
     run_ctest "$preset" "$log/$preset.txt" || problems+=("tests of $preset failed")
     count_ctest "$log/$preset.txt"
+    [[ "$preset" != ci ]] || check_install "$ROOT/build/ci"
+    [[ "$preset" != ci ]] || run_soak 60
   done
+  run_tsan "$log/tsan.txt"
 
   heading "fuzz smoke run"
   if ! have_libfuzzer; then
@@ -180,6 +189,179 @@ cmd_test() {
   for p in "${problems[@]}"; do say "FAILED: $p"; done
   say "$passed passed, $failed failed"
   ((${#problems[@]} == 0 && failed == 0))
+}
+
+# ---------------------------------------------------------------------------- install
+
+# install_step WHAT COMMAND...: one check of check_install; counts it in cmd_test's `passed`
+# or `failed` and names a failure in `problems`. The command's output is shown only on failure.
+install_step() {
+  local what=$1 out
+  shift
+  out=$("$@" 2>&1) && {
+    say "ok: $what"
+    passed=$((passed + 1))
+    return 0
+  }
+  printf '%s\n' "$out" | tail -n 25
+  say "FAILED: $what"
+  failed=$((failed + 1))
+  problems+=("install check: $what")
+  return 1
+}
+
+# expect_lines FILE PATTERN...: every extended regular expression matches a line of FILE.
+expect_lines() {
+  local file=$1 pattern status=0
+  shift
+  for pattern in "$@"; do
+    grep -Eq -- "$pattern" "$file" || {
+      say "missing a line matching: $pattern"
+      status=1
+    }
+  done
+  ((status == 0)) || cat "$file"
+  return "$status"
+}
+
+# check_host PROGRAM OUT [PATTERN...]: runs the example host on the sample library into OUT and
+# checks what a host shows of it.
+check_host() {
+  local program=$1 out=$2
+  shift 2
+  "$program" "$EXAMPLE_LIBRARY" >"$out" || return 1
+  expect_lines "$out" '^loaded: 21 playlists, 30 tracks, 40 icons$' \
+    '^  Library +library +30 tracks$' '^  Purchased Music +special +11 tracks$' \
+    '^tracks of "Library" \(first 5 of 30\):$' "$@"
+}
+
+# check_install BUILD: installs BUILD into a scratch prefix and uses it as a host would: builds
+# examples/host with the CMake package and with pkg-config, runs it without and with an
+# installed player on a private event bus, and runs the installed programs.
+check_install() {
+  local build=$1 work prefix resources pcdir player_pid
+  scratch work install
+  prefix="$work/prefix"
+  resources="$prefix/share/rvitunes/Contents/Frameworks/RVITunesHelper.framework/Resources"
+  heading "install check: $(basename "$build") into $prefix"
+
+  install_step "cmake --install" cmake --install "$build" --prefix "$prefix" || return 0
+  # The host must not touch the user's settings, nor see a player the user runs.
+  mkdir -p "$work/home" "$work/run"
+  local -x HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" XDG_RUNTIME_DIR="$work/run"
+  # The example host does not live under the prefix, so it is told where the icons are.
+  local -x RVITUNES_RESOURCE_DIR="$resources"
+
+  if install_step "examples/host builds with find_package" \
+    bash -c 'cmake -S "$1/examples/host" -B "$2" -G Ninja -DCMAKE_PREFIX_PATH="$3" &&
+             cmake --build "$2"' _ "$ROOT" "$work/host" "$prefix"; then
+    install_step "examples/host lists the sample library" \
+      check_host "$work/host/rvitunes-host-example" "$work/host.txt" \
+      '^player: none runs on the event bus$' || true
+  fi
+
+  pcdir=$(find "$prefix" -name rvitunes.pc -printf '%h\n' | head -n 1)
+  if install_step "examples/host builds with pkg-config" \
+    bash -c 'PKG_CONFIG_PATH="$1" && export PKG_CONFIG_PATH &&
+             c++ -std=c++20 "$2/examples/host/main.cpp" -o "$3" $(pkg-config --cflags --libs rvitunes)' \
+    _ "$pcdir" "$ROOT" "$work/host-pc"; then
+    install_step "the pkg-config build lists the sample library" \
+      check_host "$work/host-pc" "$work/host-pc.txt" || true
+  fi
+
+  install_step "rvitunes --version" \
+    bash -c '"$1/bin/rvitunes" --version | grep -Eq "^rvitunes [0-9]+\.[0-9]+\.[0-9]+$"' _ "$prefix" || true
+  install_step "rvitunes-player --version" \
+    bash -c '"$1/bin/rvitunes-player" --version | grep -Eq "^rvitunes-player [0-9]+\.[0-9]+\.[0-9]+$"' _ "$prefix" || true
+  # Without the override the installed tool finds the icons beside itself, under the prefix.
+  install_step "rvitunes icons finds the installed icons" \
+    bash -c 'unset RVITUNES_RESOURCE_DIR; "$1/bin/rvitunes" icons >"$2" &&
+             (($(grep -c "$3/lumo-" "$2") == 40))' _ "$prefix" "$work/icons.txt" "$resources" || true
+
+  # The installed player on a copy of the library; the host then shows what it plays.
+  mkdir -p "$work/player"
+  cp "$EXAMPLE_LIBRARY" "$work/player/"
+  "$prefix/bin/rvitunes-player" --library "$work/player/$(basename "$EXAMPLE_LIBRARY")" \
+    2>"$work/player.log" &
+  player_pid=$!
+  for _ in $(seq 50); do
+    "$prefix/bin/rvitunes" player ping --timeout 1 >/dev/null 2>&1 && break
+    sleep 0.1
+  done
+  if [[ -x "$work/host/rvitunes-host-example" ]]; then
+    install_step "examples/host shows the running player" \
+      check_host "$work/host/rvitunes-host-example" "$work/host-player.txt" \
+      '^player: iTunes, pid [0-9]+, version [0-9.]+$' '^state: (playing|paused|stopped)$' '^current track: ' || true
+  fi
+  "$prefix/bin/rvitunes" event aevt quit "" >/dev/null 2>&1 || kill "$player_pid" 2>/dev/null || true
+  wait "$player_pid" 2>/dev/null || true
+
+  if command -v help2man >/dev/null; then
+    install_step "man pages rvitunes.1 and rvitunes-player.1" \
+      test -s "$prefix/share/man/man1/rvitunes.1" -a -s "$prefix/share/man/man1/rvitunes-player.1" ||
+      true
+  else
+    say "skipped: man pages (help2man is not installed)"
+  fi
+  if [[ -f "$ROOT/apps/rvitunes/rvitunes.bash-completion" ]]; then
+    install_step "bash completion" test -s "$prefix/share/bash-completion/completions/rvitunes" ||
+      true
+  fi
+}
+
+# ---------------------------------------------------------------------------- package
+
+cmd_package() {
+  command -v cpack >/dev/null || die "cpack not found: run ./do setup"
+  command -v dpkg-deb >/dev/null || die "package: dpkg-deb is needed to make a .deb"
+  cmd_build ci
+  heading "cpack -G DEB"
+  (cd "$ROOT/build/ci" && cpack -G DEB -B "$ROOT/build/ci/package")
+  local deb
+  deb=$(ls -t "$ROOT"/build/ci/package/rvitunes_*.deb 2>/dev/null | head -n 1 || true)
+  [[ -n "$deb" && -f "$deb" ]] || die "package: cpack made no .deb"
+  heading "$(basename "$deb")"
+  dpkg-deb --info "$deb" | sed -n 's/^ \(Package\|Version\|Architecture\|Depends\|Installed-Size\):/&/p'
+  say "$(dpkg-deb -c "$deb" | grep -vc '/$') files, $(du -h "$deb" | cut -f1) package: $deb"
+}
+
+# ---------------------------------------------------------------------------- soak, tsan
+
+# run_soak SECONDS: a load run of build/ci's rvitunes-soak; counts as one passed or failed part
+# of cmd_test and names a failure in `problems`.
+run_soak() {
+  local seconds=$1 soak="$ROOT/build/ci/tools/soak/rvitunes-soak"
+  heading "soak for ${seconds}s (build/ci)"
+  if [[ -x "$soak" ]] && "$soak" --seconds "$seconds"; then
+    passed=$((passed + 1))
+  else
+    [[ -x "$soak" ]] || say "soak: $soak was not built"
+    failed=$((failed + 1))
+    problems+=("soak run of ${seconds}s")
+  fi
+}
+
+# run_tsan LOG: builds the `tsan` preset's targets (the test programs labelled "concurrency")
+# and runs their tests under ThreadSanitizer; the counts join cmd_test's.
+run_tsan() {
+  heading "build tsan (the concurrency tests only)"
+  if ! { cmake --preset tsan >/dev/null && cmake --build --preset tsan -j "$JOBS"; }; then
+    problems+=("build of tsan failed")
+    return 0
+  fi
+  run_ctest tsan "$1" || problems+=("tests of tsan failed")
+  count_ctest "$1"
+}
+
+cmd_soak() {
+  local seconds=${1:-300}
+  [[ "$seconds" =~ ^[0-9]+$ ]] && ((seconds > 0)) || die "soak: SECONDS must be a positive number, not '$seconds'"
+  command -v cmake >/dev/null || die "cmake not found: run ./do setup"
+  heading "build ci: rvitunes-soak and the player"
+  cmake --preset ci >/dev/null
+  cmake --build --preset ci -j "$JOBS" --target rvitunes-soak
+  heading "soak for ${seconds}s"
+  "$ROOT/build/ci/tools/soak/rvitunes-soak" --seconds "$seconds" --progress
 }
 
 # ---------------------------------------------------------------------------- fuzz
@@ -243,83 +425,15 @@ stat_line() {
 
 # ---------------------------------------------------------------------------- demo
 
+# The tool's own walk through a host's start-up and a player session on the sample library
+# built into it (rvitunes demo --help); it keeps everything it writes in a scratch folder.
 cmd_demo() {
   cmd_setup
   cmd_build ci
-  local cli="$ROOT/build/ci/apps/rvitunes/rvitunes" tmp
+  local cli="$ROOT/build/ci/apps/rvitunes/rvitunes"
   [[ -x "$cli" ]] || die "demo: $cli was not built"
-  scratch tmp demo
-
-  heading "rvitunes plist lint examples/library/iTunes Music Library.xml"
-  "$cli" plist lint "$EXAMPLE_LIBRARY"
-
-  heading "rvitunes plist print (first 40 lines)"
-  "$cli" plist print "$EXAMPLE_LIBRARY" >"$tmp/print.txt"
-  head -n 40 "$tmp/print.txt"
-  say "... ($(wc -l <"$tmp/print.txt") lines in all)"
-
-  heading "rvitunes plist convert --format json"
-  "$cli" plist convert --format json -o "$tmp/library.json" "$EXAMPLE_LIBRARY"
-  head -n 15 "$tmp/library.json"
-  say "... ($(wc -c <"$tmp/library.json") bytes of JSON)"
-
-  heading "rvitunes plist convert --format binary1, then lint the result"
-  "$cli" plist convert --format binary1 -o "$tmp/library.plist" "$EXAMPLE_LIBRARY"
-  say "$(wc -c <"$EXAMPLE_LIBRARY") bytes of XML -> $(wc -c <"$tmp/library.plist") bytes of bplist00"
-  "$cli" plist lint "$tmp/library.plist"
-
-  heading "rvitunes library playlists: what the framework indexes (show flags 0xFFFF)"
-  "$cli" library playlists --file "$EXAMPLE_LIBRARY" --flags 0xFFFF
-
-  heading "rvitunes player status --embedded: the framework's controller on an in-process player"
-  "$cli" player status --embedded "$EXAMPLE_LIBRARY"
-  heading "rvitunes player search Kate --embedded"
-  "$cli" player search Kate --embedded "$EXAMPLE_LIBRARY"
-  heading "rvitunes player playlists --embedded: the playlist cache's tree"
-  "$cli" player playlists --embedded "$EXAMPLE_LIBRARY"
-
-  demo_player "$cli" "$tmp"
-}
-
-# demo_player CLI SCRATCH: the reference player on a copy of the sample library, on a private
-# event bus, answering a few of the events the framework sends.
-demo_player() {
-  local cli=$1 tmp=$2 pid status
-  local library="$tmp/player/iTunes Music Library.xml"
-  mkdir -p "$tmp/player" "$tmp/run"
-  cp "$EXAMPLE_LIBRARY" "$library"
-  export XDG_RUNTIME_DIR="$tmp/run"
-
-  heading "rvitunes player serve: the reference player on a copy of the sample library"
-  "$cli" player serve --library "$library" &
-  pid=$!
-  for _ in $(seq 50); do
-    "$cli" player ping --timeout 1 >/dev/null 2>&1 && break
-    sleep 0.1
-  done
-  "$cli" player ping
-
-  local get="'----':obj { form:prop, want:type(prop), seld:type(%s), from:%s }"
-  local library_playlist="obj { form:indx, want:type(cLiP), seld:1, from:null() }"
-  local first_track="obj { form:indx, want:type(cTrk), seld:1, from:${library_playlist} }"
-  heading "count the playlists (core/cnte)"
-  "$cli" event core cnte "kocl:type(cPly), '----':null()"
-  heading "name of the library playlist (core/getd pnam)"
-  "$cli" event core getd "$(printf "$get" pnam "$library_playlist")"
-  heading "name and artist of its first track"
-  "$cli" event core getd "$(printf "$get" pnam "$first_track")"
-  "$cli" event core getd "$(printf "$get" pArt "$first_track")"
-  heading "play it (hook/Play), then ask for the state and the current track's name"
-  "$cli" event hook Play "'----':${first_track}"
-  "$cli" event core getd "$(printf "$get" pPlS null\(\))"
-  "$cli" event core getd "$(printf "$get" pnam "obj { form:prop, want:type(prop), seld:type(pTrk), from:null() }")"
-  heading "an object that does not exist answers -1728"
-  "$cli" event core getd "$(printf "$get" pnam "obj { form:indx, want:type(cTrk), seld:100000, from:${library_playlist} }")" || true
-  heading "quit (aevt/quit)"
-  "$cli" event aevt quit ""
-  status=0
-  wait "$pid" || status=$?
-  say "the player exited with status $status"
+  heading "rvitunes demo"
+  "$cli" demo "$@"
 }
 
 # ---------------------------------------------------------------------------- bench
@@ -381,9 +495,11 @@ main() {
     setup) cmd_setup "$@" ;;
     build) cmd_build "$@" ;;
     test) cmd_test ;;
-    demo) cmd_demo ;;
+    demo) cmd_demo "$@" ;;
+    package) cmd_package ;;
     bench) cmd_bench ;;
     fuzz) cmd_fuzz "$@" ;;
+    soak) cmd_soak "$@" ;;
     format) cmd_format ;;
     format-check) cmd_format_check ;;
     help | -h | --help) usage ;;
