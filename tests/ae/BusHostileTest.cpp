@@ -106,6 +106,7 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using hostile::Action;
+using hostile::openBus;
 using hostile::Request;
 
 constexpr OSType kPlayer = fourCharCode("hook");
@@ -137,32 +138,6 @@ TEST(AllocationProbeTest, SeesALargeAllocation) {
   lastProbeAllocation = ::operator new (size_t{3} << 20);
   ::operator delete(lastProbeAllocation);
   EXPECT_GE(probe.largest(), size_t{3} << 20);
-}
-
-// A private bus directory (mode 0700) removed with its content.
-class ScratchBus {
- public:
-  ScratchBus() {
-    std::string pattern = "/tmp/rvhostile-XXXXXX";
-    if (::mkdtemp(pattern.data()) != nullptr) path_ = pattern;
-    EXPECT_FALSE(path_.empty());
-  }
-  ~ScratchBus() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  ScratchBus(const ScratchBus&) = delete;
-  ScratchBus& operator=(const ScratchBus&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
-BusDirectory openBus(const std::string& path) {
-  auto bus = BusDirectory::open(path);
-  EXPECT_TRUE(bus.ok()) << bus.status().toString();
-  return *bus;
 }
 
 // What the honest player answers to any request wanting a reply: '----' "fine".
@@ -352,7 +327,7 @@ void PrintTo(const HostileCase& c, std::ostream* out) {
 
 class HostilePlayerBusTest : public ::testing::TestWithParam<HostileCase> {
  protected:
-  ScratchBus scratch_;
+  hostile::ScratchBus scratch_;
   BusDirectory bus_ = openBus(scratch_.path());
   EventManager manager_{EventManager::Options{scratch_.path()}};
   hostile::Peer peer_{bus_, kPlayer, "iTunes", answerFine};
@@ -419,7 +394,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, HostilePlayerBusTest, ::testing::ValuesIn(kHosti
 // ---- Replies that are well formed but odd ------------------------------------------------------
 
 TEST(OddReplyTest, StrayDuplicateAndQueuedRepliesDoNotConfuseTheSender) {
-  ScratchBus scratch;
+  hostile::ScratchBus scratch;
   const BusDirectory bus = openBus(scratch.path());
   EventManager manager(EventManager::Options{scratch.path()});
   hostile::Peer peer(bus, kPlayer, "iTunes", answerFine);
@@ -501,7 +476,7 @@ TEST(OddReplyTest, NestingIsReadUpToTheBoundAndRefusedOneLevelOver) {
   ASSERT_FALSE(refused.ok());
   EXPECT_EQ(refused.status().code(), memFullErr);
 
-  ScratchBus scratch;
+  hostile::ScratchBus scratch;
   const BusDirectory bus = openBus(scratch.path());
   EventManager manager(EventManager::Options{scratch.path()});
   hostile::Peer peer(bus, kPlayer, "iTunes", answerFine);
@@ -542,7 +517,7 @@ std::optional<BusFrameReader::Frame> readFrame(int fd, BusFrameReader& reader) {
 }
 
 TEST(HostileSenderTest, UnreadableRequestsAreAnsweredWithAnErrorAndTheServerGoesOn) {
-  ScratchBus scratch;
+  hostile::ScratchBus scratch;
   EventManager manager(EventManager::Options{scratch.path()});
   auto app = manager.registerApplication(fourCharCode("echo"), "Echo");
   ASSERT_TRUE(app.ok());

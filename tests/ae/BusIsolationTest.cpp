@@ -35,35 +35,10 @@ namespace {
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
+using hostile::openBus;
 
 constexpr OSType kEcho = fourCharCode("echo");
 constexpr uid_t kNobody = 65534;
-
-// A private scratch directory (mode 0700) removed with its content.
-class Scratch {
- public:
-  Scratch() {
-    std::string pattern = "/tmp/rviso-XXXXXX";
-    if (::mkdtemp(pattern.data()) != nullptr) path_ = pattern;
-    EXPECT_FALSE(path_.empty());
-  }
-  ~Scratch() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
-BusDirectory openBus(const std::string& path) {
-  auto bus = BusDirectory::open(path);
-  EXPECT_TRUE(bus.ok()) << bus.status().toString();
-  return *bus;
-}
 
 BusServer::RequestHandler echoHandler(std::atomic<int>* handled = nullptr) {
   return [handled](const BusFrameHeader&, std::string payload) -> std::optional<std::string> {
@@ -160,7 +135,7 @@ class ChildProcess {
 // ---------------------------------------------------------------------------
 
 TEST(BusIsolationDirectoryTest, EveryUnsafeStateIsRefusedAndNothingInsideIsTouched) {
-  Scratch scratch;
+  hostile::ScratchBus scratch;
   const std::string target = scratch.path() + "/real";
   ASSERT_TRUE(BusDirectory::open(target).ok());
   std::ofstream(target + "/keep") << "x";
@@ -236,7 +211,7 @@ TEST(BusIsolationDirectoryTest, EveryUnsafeStateIsRefusedAndNothingInsideIsTouch
 }
 
 TEST(BusIsolationDirectoryTest, ADirectoryChangedBehindTheBusIsNoLongerTrusted) {
-  Scratch scratch;
+  hostile::ScratchBus scratch;
   const std::string path = scratch.path() + "/bus";
   PublishedApp app(path, kEcho);
   ASSERT_TRUE(app.published().ok()) << app.published().toString();
@@ -272,7 +247,7 @@ TEST(BusIsolationDirectoryTest, ADirectoryChangedBehindTheBusIsNoLongerTrusted) 
 }
 
 TEST(BusIsolationDirectoryTest, SocketsAndRecordsAreOwnerOnlyWhateverTheUmask) {
-  Scratch scratch;
+  hostile::ScratchBus scratch;
   const mode_t previous = ::umask(0);
   {
     const BusDirectory bus = openBus(scratch.path() + "/bus");
@@ -333,7 +308,7 @@ class CredentialOverride {
 };
 
 TEST(BusIsolationPeerTest, StandInCredentialsOfAnotherUserAreRefusedByBothEnds) {
-  Scratch scratch;
+  hostile::ScratchBus scratch;
   const BusDirectory bus = openBus(scratch.path());
   std::atomic<int> handled{0};
   auto server = BusServer::start(bus, kEcho, "Echo", echoHandler(&handled));
@@ -386,7 +361,7 @@ TEST(BusIsolationPeerTest, StandInCredentialsOfAnotherUserAreRefusedByBothEnds) 
 
 TEST(BusIsolationPeerTest, ARealSecondUserIsRefusedByTheServerAndItsListenerByTheClient) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
-  Scratch scratch;
+  hostile::ScratchBus scratch;
   const std::string busPath = scratch.path() + "/bus";
   PublishedApp app(busPath, kEcho);
   ASSERT_TRUE(app.published().ok());
@@ -500,7 +475,7 @@ TEST(BusIsolationPeerTest, ARealSecondUserIsRefusedByTheServerAndItsListenerByTh
 // ---- Registration records ---------------------------------------------------------------------
 
 TEST(BusIsolationRecordTest, RecordsThatAreNotPlainlyOursAreIgnored) {
-  Scratch scratch;
+  hostile::ScratchBus scratch;
   const BusDirectory bus = openBus(scratch.path() + "/bus");
   auto server = BusServer::start(bus, kEcho, "Echo", echoHandler());
   ASSERT_TRUE(server.ok());
@@ -568,7 +543,7 @@ TEST(BusBoundsTest, FramePayloadsUpTo64MiBAreTakenAndOneByteMoreIsRefused) {
 
   // The same edges over a socket, with a bound small enough to fill. A server takes a request
   // of exactly its bound and drops the peer that sends one byte more.
-  Scratch scratch;
+  hostile::ScratchBus scratch;
   const BusDirectory bus = openBus(scratch.path());
   constexpr uint32_t kBound = 4096;
   BusServer::Options options;
@@ -621,7 +596,7 @@ TEST(BusBoundsTest, FramePayloadsUpTo64MiBAreTakenAndOneByteMoreIsRefused) {
 }
 
 TEST(BusBoundsTest, AServerTakes128PeersAndClosesTheNext) {
-  Scratch scratch;
+  hostile::ScratchBus scratch;
   const BusDirectory bus = openBus(scratch.path());
   auto server = BusServer::start(bus, kEcho, "Echo", echoHandler());
   ASSERT_TRUE(server.ok());
@@ -650,7 +625,7 @@ TEST(BusBoundsTest, AServerTakes128PeersAndClosesTheNext) {
 }
 
 TEST(BusBoundsTest, APeerThatLetsRepliesPileUpIsDropped) {
-  Scratch scratch;
+  hostile::ScratchBus scratch;
   const BusDirectory bus = openBus(scratch.path());
   BusServer::Options options;
   options.maxPayload = 1024;  // replies may pile up to twice a frame of this size
@@ -680,7 +655,7 @@ TEST(BusBoundsTest, APeerThatLetsRepliesPileUpIsDropped) {
 }
 
 TEST(BusBoundsTest, NamesRecordsAndDirectoryPathsAtTheirLimits) {
-  Scratch scratch;
+  hostile::ScratchBus scratch;
   const BusDirectory bus = openBus(scratch.path() + "/bus");
 
   // Names: 255 bytes, not 256.

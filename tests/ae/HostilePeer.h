@@ -38,8 +38,19 @@
 #include "rvitunes/ae/Descriptor.h"
 #include "rvitunes/ae/Wire.h"
 #include "rvitunes/base/FileDescriptor.h"
+#include "support/ScratchFolder.h"
 
 namespace rvitunes::ae::hostile {
+
+// A private folder (mode 0700, from mkdtemp) for a bus directory, removed with its content.
+using ScratchBus = rvitunes::testing::support::ScratchFolder;
+
+// Opens the bus directory at `path`, expecting it to pass its checks.
+inline BusDirectory openBus(const std::string& path) {
+  auto bus = BusDirectory::open(path);
+  EXPECT_TRUE(bus.ok()) << bus.status().toString();
+  return *bus;
+}
 
 // ---- Bytes ------------------------------------------------------------------------------------
 

@@ -35,6 +35,7 @@
 #include "rvitunes/cadenza/Cadenza.h"
 #include "rvitunes/player/PlayerServer.h"
 #include "rvitunes/player/PlayerVersion.h"
+#include "support/SystemLogCapture.h"
 
 namespace rvitunes::cadenza_testing {
 
@@ -81,20 +82,7 @@ inline std::unique_ptr<player::PlayerServer> startTreePlayer(
   return server.ok() ? std::move(*server) : nullptr;
 }
 
-// Captures the system log while it lives.
-class SystemLogCapture {
- public:
-  SystemLogCapture()
-      : sink_(std::make_shared<CapturingLogSink>()), previous_(setSystemLogSink(sink_)) {}
-  ~SystemLogCapture() { setSystemLogSink(previous_); }
-  SystemLogCapture(const SystemLogCapture&) = delete;
-  SystemLogCapture& operator=(const SystemLogCapture&) = delete;
-  std::vector<std::string> lines() const { return sink_->lines(); }
-
- private:
-  std::shared_ptr<CapturingLogSink> sink_;
-  std::shared_ptr<LogSink> previous_;
-};
+using rvitunes::testing::support::SystemLogCapture;
 
 inline ae::Descriptor built(std::string_view text) {
   ae::Descriptor out;

@@ -14,6 +14,7 @@
 #include "rvitunes/base/CapturingLogSink.h"
 #include "rvitunes/plist/Array.h"
 #include "rvitunes/plist/Dictionary.h"
+#include "support/SystemLogCapture.h"
 
 namespace rvitunes::platform {
 namespace {
@@ -89,15 +90,7 @@ class DyingFileSystem : public FaultyFileSystem {
   }
 };
 
-class SystemLogCapture {
- public:
-  SystemLogCapture() : previous_(setSystemLogSink(sink)) {}
-  ~SystemLogCapture() { setSystemLogSink(previous_); }
-  std::shared_ptr<CapturingLogSink> sink = std::make_shared<CapturingLogSink>();
-
- private:
-  std::shared_ptr<LogSink> previous_;
-};
+using rvitunes::testing::support::SystemLogCapture;
 
 TEST(UserDefaultsTest, ValuesRoundTripBetweenInstancesOfOneDomain) {
   TemporaryDirectory dir;

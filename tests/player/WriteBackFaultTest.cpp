@@ -21,6 +21,7 @@
 #include "rvitunes/player/Library.h"
 #include "rvitunes/player/PlayerModel.h"
 #include "support/DiskFaults.h"
+#include "support/SystemLogCapture.h"
 
 namespace rvitunes::player {
 namespace {
@@ -43,16 +44,7 @@ using testing::readWhole;
 constexpr DatabaseId kTrack = 2582;
 constexpr const char* kLibraryName = "iTunes Music Library.xml";
 
-// Captures the system log while it lives.
-class SystemLogCapture {
- public:
-  SystemLogCapture() : previous_(setSystemLogSink(sink)) {}
-  ~SystemLogCapture() { setSystemLogSink(previous_); }
-  std::shared_ptr<CapturingLogSink> sink = std::make_shared<CapturingLogSink>();
-
- private:
-  std::shared_ptr<LogSink> previous_;
-};
+using rvitunes::testing::support::SystemLogCapture;
 
 // A player whose write-back runs only when flushed (unless `delay` says otherwise).
 std::unique_ptr<PlayerModel> startPlayer(const std::string& library, FileSystem* fs,
