@@ -747,6 +747,13 @@ bool Parser::parseDate(std::string_view text, uint64_t at, Value* out) {
   auto d = Date::parseIso8601(t, &zoneMissing);
   if (!d) return fail(at, "malformed date \"" + std::string(text.substr(0, 40)) + "\"");
   if (zoneMissing) warn(at, "date without the trailing 'Z'; read as UTC");
+  // The XML form carries whole seconds and that is all the writer puts back; keeping a fraction
+  // here would make the tree read differ from the one the same file gives after a save.
+  const double whole = std::floor(d->absoluteTime());
+  if (whole != d->absoluteTime()) {
+    warn(at, "date with fractional seconds; kept to the whole second");
+    d = Date::fromAbsoluteTime(whole);
+  }
   *out = Value::date(*d);
   return true;
 }

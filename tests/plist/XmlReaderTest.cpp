@@ -10,6 +10,7 @@
 #include "rvitunes/plist/Array.h"
 #include "rvitunes/plist/Dictionary.h"
 #include "rvitunes/plist/XmlReader.h"
+#include "rvitunes/plist/XmlWriter.h"
 
 namespace rvitunes::plist {
 namespace {
@@ -183,6 +184,26 @@ TEST(XmlReaderRepairs, DateWithoutZoneIsReadAsUtc) {
   EXPECT_EQ((*r.root.asArray())[0].dateValue(), *Date::parseIso8601("2019-08-11T15:10:14Z"));
   ASSERT_EQ(r.warnings.size(), 1u);
   EXPECT_EQ(r.warnings[0].offset, text.find("<date>"));
+}
+
+// Found by fuzzing: a fraction of a second was kept on reading but the writer puts back whole
+// seconds, so a file read, saved and read again gave a different tree.
+TEST(XmlReaderRepairs, FractionalSecondsAreDroppedSoASaveReadsBackTheSame) {
+  const std::string text = doc(
+      "<array><date>2019-07-27T09:36:54.5Z</date><date>1999-12-31T23:59:59.999Z</date></array>");
+  ParseResult r = XmlReader::read(text);
+  ASSERT_TRUE(r.ok()) << r.describe();
+  const Array& dates = *r.root.asArray();
+  EXPECT_EQ(dates[0].dateValue(), *Date::parseIso8601("2019-07-27T09:36:54Z"));
+  // Before 2001 the absolute time is negative: rounding down keeps the same calendar second.
+  EXPECT_EQ(dates[1].dateValue(), *Date::parseIso8601("1999-12-31T23:59:59Z"));
+  ASSERT_EQ(r.warnings.size(), 2u);
+  EXPECT_EQ(r.warnings[0].offset, text.find("<date>"));
+  EXPECT_NE(r.warnings[0].message.find("fractional"), std::string::npos);
+
+  const auto written = XmlWriter::write(r.root, r.entityStyle);
+  ASSERT_TRUE(written.ok());
+  EXPECT_TRUE(XmlReader::read(*written).root == r.root);
 }
 
 TEST(XmlReaderRepairs, CleanInputHasNoWarningsAndTellsItsEntityStyle) {
