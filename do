@@ -64,13 +64,15 @@ Usage: ./do COMMAND [ARGS]
   test               install what is missing, build and run the tests (`ci`, then check the
                      installed package and a 60-second soak, then `sanitize` with ASan +
                      UBSan, the `concurrency` tests under TSan, a 10-second fuzz run per
-                     target); ends with a line "N passed, M failed"
+                     target with a fixed seed); ends with a line "N passed, M failed"
   setup [bench]      install the Debian packages that are missing; `bench` adds the peers
                      and tools that ./do bench needs (the list is PACKAGES in this script)
   build [PRESET]     configure and build a preset (default: ci)
   package            build `ci` and make the Debian package build/ci/package/rvitunes_*.deb
   bench              build `release` and run the peer comparison and the benchmarks
-  fuzz [SECONDS]     build `fuzz` and run every fuzz target for SECONDS (default 60)
+  fuzz [SECONDS] [TARGET...] [--seed=N]
+                     build `fuzz` and run each fuzz target (or the TARGETs named, e.g.
+                     plist_xml) for SECONDS (default 60); --seed makes a run repeatable
   soak [SECONDS]     build `ci` and run rvitunes-soak for SECONDS (default 300): the player
                      daemon on a generated library, driven from 4 client processes x 4
                      threads with every answer checked, its memory and descriptors watched
@@ -180,7 +182,7 @@ cmd_test() {
     say "fuzz: skipped, clang cannot link libFuzzer (packages clang, libclang-rt-14-dev)"
   elif ! "$ROOT/do" build fuzz; then
     problems+=("build of fuzz failed")
-  elif ! "$ROOT/do" fuzz 10; then
+  elif ! "$ROOT/do" fuzz 10 --seed=1; then
     problems+=("fuzz smoke run found a problem")
   fi
 
@@ -375,35 +377,65 @@ have_libfuzzer() {
   clang++ -fsanitize=fuzzer "$probe/probe.cpp" -o "$probe/probe" >/dev/null 2>&1
 }
 
-# Each fuzz/fuzz_NAME.cpp builds build/fuzz/fuzz/fuzz_NAME and seeds from fuzz/corpus/NAME/.
+# Each fuzz/fuzz_NAME.cpp builds build/fuzz/fuzz/fuzz_NAME and starts from a scratch copy of
+# fuzz/corpus/NAME/ and the regression inputs of tests/corpus/fuzz/NAME/.
 cmd_fuzz() {
-  local seconds=${1:-60}
-  [[ "$seconds" =~ ^[0-9]+$ ]] || die "fuzz: SECONDS must be a number, not '$seconds'"
+  local seconds=60 seed="" arg
+  local -a wanted=()
+  for arg in "$@"; do
+    case "$arg" in
+      --seed=*)
+        seed=${arg#--seed=}
+        [[ "$seed" =~ ^[0-9]+$ ]] || die "fuzz: --seed needs a number, not '$seed'"
+        ;;
+      -*) die "fuzz: unknown option '$arg' (see ./do help)" ;;
+      *)
+        if [[ "$arg" =~ ^[0-9]+$ ]] && ((${#wanted[@]} == 0)); then
+          seconds=$arg
+        else
+          wanted+=("${arg#fuzz_}")
+        fi
+        ;;
+    esac
+  done
+  local w
+  for w in "${wanted[@]}"; do
+    [[ -e "$ROOT/fuzz/fuzz_$w.cpp" ]] ||
+      die "fuzz: no target '$w'; the targets are: $(cd "$ROOT/fuzz" && ls fuzz_*.cpp | sed 's/^fuzz_//; s/\.cpp$//' | tr '\n' ' ')"
+  done
   have_libfuzzer || die "fuzz: clang with libFuzzer is needed: run ./do setup (clang, libclang-rt-14-dev)"
   cmd_build fuzz
 
   local work src name bin out findings=0 ran=0
+  local -a options=(-max_total_time="$seconds" -max_len=16384 -timeout=10 -rss_limit_mb=2048
+    -print_final_stats=1)
+  # A fixed seed makes the run repeatable: the same build explores the same inputs in the same
+  # order, so a failure in CI is a change in the code, not a lucky draw.
+  [[ -z "$seed" ]] || options+=(-seed="$seed")
   scratch work fuzz
   mkdir -p "$ROOT/fuzz/artifacts"
   for src in "$ROOT"/fuzz/fuzz_*.cpp; do
     [[ -e "$src" ]] || continue
     name=$(basename "$src" .cpp)
+    if ((${#wanted[@]} > 0)) && [[ " ${wanted[*]} " != *" ${name#fuzz_} "* ]]; then
+      continue
+    fi
     bin="$ROOT/build/fuzz/fuzz/$name"
     if [[ ! -x "$bin" ]]; then
       say "fuzz: $name was not built (is it listed in fuzz/CMakeLists.txt?)"
       findings=$((findings + 1))
       continue
     fi
-    heading "fuzz $name for ${seconds}s"
-    # The seeds are copied so that inputs libFuzzer adds never land in the repository.
+    heading "fuzz $name for ${seconds}s${seed:+, seed $seed}"
+    # The inputs are copied so that those libFuzzer adds never land in the repository.
     mkdir -p "$work/$name"
     cp -R "$ROOT/fuzz/corpus/${name#fuzz_}/." "$work/$name/" 2>/dev/null ||
       say "fuzz: no seed corpus in fuzz/corpus/${name#fuzz_}, starting empty"
+    cp -R "$ROOT/tests/corpus/fuzz/${name#fuzz_}/." "$work/$name/" 2>/dev/null || true
     out="$work/$name.log"
     ran=$((ran + 1))
-    if UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 "$bin" "$work/$name" \
-      -max_total_time="$seconds" -max_len=16384 -timeout=10 -rss_limit_mb=2048 \
-      -print_final_stats=1 -artifact_prefix="$ROOT/fuzz/artifacts/$name-" >"$out" 2>&1; then
+    if UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 "$bin" "$work/$name" "${options[@]}" \
+      -artifact_prefix="$ROOT/fuzz/artifacts/$name-" >"$out" 2>&1; then
       say "$name: $(stat_line "$out"), nothing found"
     else
       tail -n 60 "$out"
@@ -415,12 +447,14 @@ cmd_fuzz() {
   ((findings == 0))
 }
 
-# "N executions[ in S s]" from libFuzzer's final statistics in LOG.
+# "N executions[ in S s], cov C, ft F" from libFuzzer's final statistics in LOG.
 stat_line() {
-  local execs secs
+  local execs secs cov ft
   execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$1" | tail -n 1)
   secs=$(sed -n 's/^Done [0-9]* runs in \([0-9]*\) second.*/\1/p' "$1" | tail -n 1)
-  printf '%s executions%s' "${execs:-?}" "${secs:+ in $secs s}"
+  cov=$(grep -o 'cov: [0-9]*' "$1" | tail -n 1 | cut -d' ' -f2)
+  ft=$(grep -o 'ft: [0-9]*' "$1" | tail -n 1 | cut -d' ' -f2)
+  printf '%s executions%s%s' "${execs:-?}" "${secs:+ in $secs s}" "${cov:+, cov $cov, ft $ft}"
 }
 
 # ---------------------------------------------------------------------------- demo
