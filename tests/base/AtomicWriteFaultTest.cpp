@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <set>
 #include <string>
 #include <vector>
@@ -21,7 +20,8 @@ using testing::support::entriesOf;
 using testing::support::expectedStatusFor;
 using testing::support::FaultInjectingFileSystem;
 using testing::support::FsOp;
-using testing::support::fsOpName;
+using testing::support::KillPoint;
+using testing::support::killPoints;
 using testing::support::ScratchFolder;
 
 std::string readText(const std::string& path) {
@@ -107,40 +107,35 @@ TEST_F(AtomicWriteFaultTest, AKillAtEveryCallLeavesTheOldOrTheNewFileWhole) {
   const std::string content = newContent();
   FaultInjectingFileSystem recorder;
   ASSERT_TRUE(writeFileAtomically(recorder, target_, content).ok());
-  const std::vector<FsOp> calls = recorder.calls();
-  const auto renameAt = std::find(calls.begin(), calls.end(), FsOp::kRename) - calls.begin() + 1;
-  ASSERT_LE(renameAt, static_cast<long>(calls.size()));
+  const std::vector<KillPoint> points = killPoints(recorder.calls());
+  ASSERT_FALSE(points.empty()) << "the recorded write has no rename";
 
-  for (size_t call = 1; call <= calls.size(); ++call) {
-    for (bool torn : {false, true}) {
-      if (torn && calls[call - 1] != FsOp::kWriteAll) continue;
-      SCOPED_TRACE(std::string("killed at call ") + std::to_string(call) + ", " +
-                   fsOpName(calls[call - 1]) + (torn ? " (half written)" : ""));
-      resetTarget();
-      FaultInjectingFileSystem dying;
-      dying.dieAtCall(call, torn);
-      (void)writeFileAtomically(dying, target_, content);
-      ASSERT_TRUE(dying.dead());
+  for (const KillPoint& point : points) {
+    SCOPED_TRACE(point.label);
+    resetTarget();
+    FaultInjectingFileSystem dying;
+    dying.dieAtCall(point.call, point.torn);
+    (void)writeFileAtomically(dying, target_, content);
+    ASSERT_TRUE(dying.dead());
 
-      // What a fresh process finds: the old file, or the new one once the rename was done.
-      const bool renamed = static_cast<long>(call) > renameAt;
-      EXPECT_TRUE(readText(target_) == (renamed ? content : std::string(kOld)));
-      const std::set<std::string> left = strays();
-      ASSERT_LE(left.size(), 1u);
-      std::string strayBytes;
-      if (!left.empty()) {
-        EXPECT_TRUE(left.begin()->starts_with(".Library.xml.")) << *left.begin();
-        strayBytes = readText(folder_ / *left.begin());
-        EXPECT_TRUE(content.starts_with(strayBytes));  // a prefix of what was being written
-      }
+    // What a fresh process finds: the old file, or the new one once the rename was done.
+    const bool renamed = point.afterRename;
+    EXPECT_TRUE(readText(target_) == (renamed ? content : std::string(kOld)));
+    const std::set<std::string> left = strays();
+    ASSERT_LE(left.size(), 1u);
+    std::string strayBytes;
+    if (!left.empty()) {
+      EXPECT_TRUE(left.begin()->starts_with(".Library.xml.")) << *left.begin();
+      strayBytes = readText(folder_ / *left.begin());
+      EXPECT_TRUE(content.starts_with(strayBytes));  // a prefix of what was being written
+    }
 
-      // The next writer ignores the leftover and replaces the file.
-      ASSERT_TRUE(writeFileAtomically(FileSystem::defaultFileSystem(), target_, "next").ok());
-      EXPECT_EQ(readText(target_), "next");
-      EXPECT_EQ(strays(), left);
-      if (!left.empty()) {
-        EXPECT_TRUE(readText(folder_ / *left.begin()) == strayBytes);
-      }
+    // The next writer ignores the leftover and replaces the file.
+    ASSERT_TRUE(writeFileAtomically(FileSystem::defaultFileSystem(), target_, "next").ok());
+    EXPECT_EQ(readText(target_), "next");
+    EXPECT_EQ(strays(), left);
+    if (!left.empty()) {
+      EXPECT_TRUE(readText(folder_ / *left.begin()) == strayBytes);
     }
   }
 }

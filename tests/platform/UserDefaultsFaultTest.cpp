@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -30,8 +29,9 @@ using rvitunes::testing::support::expectedStatusFor;
 using rvitunes::testing::support::FaultInjectingFileSystem;
 using rvitunes::testing::support::fillDisk;
 using rvitunes::testing::support::FsOp;
-using rvitunes::testing::support::fsOpName;
 using rvitunes::testing::support::handOverToUnprivileged;
+using rvitunes::testing::support::KillPoint;
+using rvitunes::testing::support::killPoints;
 using rvitunes::testing::support::mountPrivateTmpfs;
 using rvitunes::testing::support::runInChild;
 using testing::readText;
@@ -135,47 +135,42 @@ TEST(UserDefaultsFaultTest, AKillAtEveryCallLeavesSettingsThatReadCleanly) {
   FaultInjectingFileSystem recorder;
   ASSERT_TRUE(UserDefaults(kDomain, folder, recorder).setStringForKey(longPath, kPathKey).ok());
   const std::string after = readText(file);
-  const std::vector<FsOp> calls = recorder.calls();
-  const auto renameAt = std::find(calls.begin(), calls.end(), FsOp::kRename) - calls.begin() + 1;
-  ASSERT_LE(renameAt, static_cast<long>(calls.size()));
+  const std::vector<KillPoint> points = killPoints(recorder.calls());
+  ASSERT_FALSE(points.empty()) << "the recorded write has no rename";
 
-  for (size_t call = 1; call <= calls.size(); ++call) {
-    for (bool torn : {false, true}) {
-      if (torn && calls[call - 1] != FsOp::kWriteAll) continue;
-      SCOPED_TRACE(std::string("killed at call ") + std::to_string(call) + ", " +
-                   fsOpName(calls[call - 1]) + (torn ? " (half written)" : ""));
-      std::filesystem::remove_all(folder);
-      ASSERT_EQ(saveInitialSettings(folder), before);
-      {
-        FaultInjectingFileSystem dying;
-        dying.dieAtCall(call, torn);
-        (void)UserDefaults(kDomain, folder, dying).setStringForKey(longPath, kPathKey);
-        ASSERT_TRUE(dying.dead());
-      }
-
-      // A new process reads whole settings: the old ones, or the new ones once renamed.
-      const bool renamed = static_cast<long>(call) > renameAt;
-      EXPECT_EQ(readText(file), renamed ? after : before);
-      UserDefaults reader(kDomain, folder);
-      EXPECT_EQ(reader.stringForKey(kPathKey), renamed ? longPath : kOldPath);
-      EXPECT_EQ(reader.objectForKey("WindowCount"), Value::integer(3));
-      EXPECT_EQ(reader.lastLoadProblem(), std::nullopt);
-      std::set<std::string> left = entriesOf(folder);
-      left.erase("com.example.host.plist");
-      ASSERT_LE(left.size(), 1u);
-      if (!left.empty()) {
-        EXPECT_TRUE(left.begin()->starts_with(".com.example.host.plist."));
-      }
-
-      // Its next change goes through beside the leftover, which is ignored.
-      ASSERT_TRUE(reader.setObjectForKey(Value::integer(4), "WindowCount").ok());
-      UserDefaults later(kDomain, folder);
-      EXPECT_EQ(later.objectForKey("WindowCount"), Value::integer(4));
-      EXPECT_EQ(later.stringForKey(kPathKey), renamed ? longPath : kOldPath);
-      std::set<std::string> leftAfter = entriesOf(folder);
-      leftAfter.erase("com.example.host.plist");
-      EXPECT_EQ(leftAfter, left);
+  for (const KillPoint& point : points) {
+    SCOPED_TRACE(point.label);
+    std::filesystem::remove_all(folder);
+    ASSERT_EQ(saveInitialSettings(folder), before);
+    {
+      FaultInjectingFileSystem dying;
+      dying.dieAtCall(point.call, point.torn);
+      (void)UserDefaults(kDomain, folder, dying).setStringForKey(longPath, kPathKey);
+      ASSERT_TRUE(dying.dead());
     }
+
+    // A new process reads whole settings: the old ones, or the new ones once renamed.
+    const bool renamed = point.afterRename;
+    EXPECT_EQ(readText(file), renamed ? after : before);
+    UserDefaults reader(kDomain, folder);
+    EXPECT_EQ(reader.stringForKey(kPathKey), renamed ? longPath : kOldPath);
+    EXPECT_EQ(reader.objectForKey("WindowCount"), Value::integer(3));
+    EXPECT_EQ(reader.lastLoadProblem(), std::nullopt);
+    std::set<std::string> left = entriesOf(folder);
+    left.erase("com.example.host.plist");
+    ASSERT_LE(left.size(), 1u);
+    if (!left.empty()) {
+      EXPECT_TRUE(left.begin()->starts_with(".com.example.host.plist."));
+    }
+
+    // Its next change goes through beside the leftover, which is ignored.
+    ASSERT_TRUE(reader.setObjectForKey(Value::integer(4), "WindowCount").ok());
+    UserDefaults later(kDomain, folder);
+    EXPECT_EQ(later.objectForKey("WindowCount"), Value::integer(4));
+    EXPECT_EQ(later.stringForKey(kPathKey), renamed ? longPath : kOldPath);
+    std::set<std::string> leftAfter = entriesOf(folder);
+    leftAfter.erase("com.example.host.plist");
+    EXPECT_EQ(leftAfter, left);
   }
 }
 

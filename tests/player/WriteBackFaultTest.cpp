@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <set>
@@ -35,8 +34,9 @@ using rvitunes::testing::support::expectedStatusFor;
 using rvitunes::testing::support::FaultInjectingFileSystem;
 using rvitunes::testing::support::fillDisk;
 using rvitunes::testing::support::FsOp;
-using rvitunes::testing::support::fsOpName;
 using rvitunes::testing::support::handOverToUnprivileged;
+using rvitunes::testing::support::KillPoint;
+using rvitunes::testing::support::killPoints;
 using rvitunes::testing::support::mountPrivateTmpfs;
 using rvitunes::testing::support::runInChild;
 using testing::readWhole;
@@ -200,50 +200,45 @@ TEST_F(WriteBackFaultTest, AKillAtEveryCallLeavesAWholeLibrary) {
     ASSERT_TRUE(model->writeBack()->flush().ok());
     changed = readWhole(library_);
   }
-  const std::vector<FsOp> calls = recorder.calls();
-  const auto renameAt = std::find(calls.begin(), calls.end(), FsOp::kRename) - calls.begin() + 1;
-  ASSERT_LE(renameAt, static_cast<long>(calls.size()));
+  const std::vector<KillPoint> points = killPoints(recorder.calls());
+  ASSERT_FALSE(points.empty()) << "the recorded write has no rename";
 
-  for (size_t call = 1; call <= calls.size(); ++call) {
-    for (bool torn : {false, true}) {
-      if (torn && calls[call - 1] != FsOp::kWriteAll) continue;
-      SCOPED_TRACE(std::string("killed at call ") + std::to_string(call) + ", " +
-                   fsOpName(calls[call - 1]) + (torn ? " (half written)" : ""));
-      resetLibrary();
-      {
-        SystemLogCapture quiet;
-        FaultInjectingFileSystem dying;
-        dying.dieAtCall(call, torn);
-        auto model = startPlayer(library_, &dying);
-        ASSERT_NE(model, nullptr);
-        ASSERT_TRUE(renameTrack(*model, "Killed").ok());
-        (void)model->writeBack()->flush();
-        ASSERT_TRUE(dying.dead());
-      }  // nothing the dead player still tries reaches the disk
+  for (const KillPoint& point : points) {
+    SCOPED_TRACE(point.label);
+    resetLibrary();
+    {
+      SystemLogCapture quiet;
+      FaultInjectingFileSystem dying;
+      dying.dieAtCall(point.call, point.torn);
+      auto model = startPlayer(library_, &dying);
+      ASSERT_NE(model, nullptr);
+      ASSERT_TRUE(renameTrack(*model, "Killed").ok());
+      (void)model->writeBack()->flush();
+      ASSERT_TRUE(dying.dead());
+    }  // nothing the dead player still tries reaches the disk
 
-      // What the next start finds: the old file, or the new one once the rename was done.
-      const bool renamed = static_cast<long>(call) > renameAt;
-      EXPECT_TRUE(readWhole(library_) == (renamed ? changed : original_));
-      const std::set<std::string> left = strays();
-      ASSERT_LE(left.size(), 1u);
-      if (!left.empty()) {
-        EXPECT_TRUE(left.begin()->starts_with(".iTunes Music Library.xml.")) << *left.begin();
-        EXPECT_TRUE(changed.starts_with(readWhole(folder_ / *left.begin())));
-      }
-
-      // The next player loads it, ignores the leftover and writes its own change.
-      auto next = startPlayer(library_, nullptr);
-      ASSERT_NE(next, nullptr);
-      EXPECT_EQ(next->library().trackById(kTrack)->name(), renamed ? "Killed" : "Señorita");
-      ASSERT_TRUE(next->library()
-                      .setTrackProperty(kTrack, kPropPlayedCount, ae::Descriptor::makeSInt32(9))
-                      .ok());
-      ASSERT_TRUE(next->writeBack()->flush().ok());
-      Library reread;
-      ASSERT_TRUE(reread.load(library_).ok());
-      EXPECT_EQ(reread.trackById(kTrack)->integer("Play Count"), 9);
-      EXPECT_EQ(strays(), left);
+    // What the next start finds: the old file, or the new one once the rename was done.
+    const bool renamed = point.afterRename;
+    EXPECT_TRUE(readWhole(library_) == (renamed ? changed : original_));
+    const std::set<std::string> left = strays();
+    ASSERT_LE(left.size(), 1u);
+    if (!left.empty()) {
+      EXPECT_TRUE(left.begin()->starts_with(".iTunes Music Library.xml.")) << *left.begin();
+      EXPECT_TRUE(changed.starts_with(readWhole(folder_ / *left.begin())));
     }
+
+    // The next player loads it, ignores the leftover and writes its own change.
+    auto next = startPlayer(library_, nullptr);
+    ASSERT_NE(next, nullptr);
+    EXPECT_EQ(next->library().trackById(kTrack)->name(), renamed ? "Killed" : "Señorita");
+    ASSERT_TRUE(next->library()
+                    .setTrackProperty(kTrack, kPropPlayedCount, ae::Descriptor::makeSInt32(9))
+                    .ok());
+    ASSERT_TRUE(next->writeBack()->flush().ok());
+    Library reread;
+    ASSERT_TRUE(reread.load(library_).ok());
+    EXPECT_EQ(reread.trackById(kTrack)->integer("Play Count"), 9);
+    EXPECT_EQ(strays(), left);
   }
 }
 

@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -282,6 +283,34 @@ class FaultInjectingFileSystem : public FileSystem {
   bool dead_ = false;
   int injected_ = 0;
 };
+
+// One place to kill a writer: at call number `call` (1-based) of a recorded run, for a write
+// call also half way through it (`torn`). `afterRename` tells whether the rename had already
+// happened, so the target must hold the new bytes; `label` names the point for a trace.
+struct KillPoint {
+  size_t call = 0;
+  bool torn = false;
+  bool afterRename = false;
+  std::string label;
+};
+
+// Every kill point of the calls a successful run made, in order. Empty when those calls hold no
+// rename, which a test of an atomic replacement should treat as a failure of its recording.
+inline std::vector<KillPoint> killPoints(const std::vector<FsOp>& calls) {
+  std::vector<KillPoint> points;
+  const auto rename = std::find(calls.begin(), calls.end(), FsOp::kRename);
+  if (rename == calls.end()) return points;
+  const size_t renameCall = static_cast<size_t>(rename - calls.begin()) + 1;
+  for (size_t call = 1; call <= calls.size(); ++call) {
+    for (bool torn : {false, true}) {
+      if (torn && calls[call - 1] != FsOp::kWriteAll) continue;
+      points.push_back({call, torn, call > renameCall,
+                        "killed at call " + std::to_string(call) + ", " +
+                            fsOpName(calls[call - 1]) + (torn ? " (half written)" : "")});
+    }
+  }
+  return points;
+}
 
 // The names in `dir`.
 inline std::set<std::string> entriesOf(const std::string& dir) {
