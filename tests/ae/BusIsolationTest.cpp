@@ -375,25 +375,7 @@ TEST(BusIsolationPeerTest, ARealSecondUserIsRefusedByTheServerAndItsListenerByTh
   const std::string frame = hostile::frame(BusFrameKind::request, 1, hostile::flattened(event));
 
   // A client of uid 65534 connects and sends a proper request: it is closed without an answer.
-  pid_t child = ::fork();
-  if (child == 0) {
-    // Only system calls from here: this is the child of a threaded process.
-    if (::syscall(SYS_setresgid, kNobody, kNobody, kNobody) != 0 ||
-        ::syscall(SYS_setresuid, kNobody, kNobody, kNobody) != 0) {
-      ::_exit(3);
-    }
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, socketPath.data(), socketPath.size());
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) ::_exit(4);
-    ::send(fd, frame.data(), frame.size(), MSG_NOSIGNAL);
-    char buffer[64];
-    const ssize_t n = ::recv(fd, buffer, sizeof buffer, 0);
-    ::_exit(n <= 0 ? 0 : 1);
-  }
-  ASSERT_GT(child, 0);
-  EXPECT_EQ(ChildProcess(child).wait(), 0);
+  EXPECT_EQ(hostile::sendAsAnotherUser(kNobody, socketPath, frame), 0);
   EXPECT_EQ(app.handled(), 0);
   ASSERT_EQ(::chmod(busPath.c_str(), 0700), 0);
   EXPECT_EQ(sendTo(busPath, kEcho), noErr);
@@ -410,7 +392,7 @@ TEST(BusIsolationPeerTest, ARealSecondUserIsRefusedByTheServerAndItsListenerByTh
   int heard[2];
   ASSERT_EQ(::pipe(ready), 0);
   ASSERT_EQ(::pipe(heard), 0);
-  child = ::fork();
+  const pid_t child = ::fork();
   if (child == 0) {
     ::close(ready[0]);
     ::close(heard[0]);

@@ -21,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "ae/HostilePeer.h"
 #include "rvitunes/ae/BusConnection.h"
 #include "rvitunes/ae/BusDirectory.h"
 #include "rvitunes/ae/BusFrame.h"
@@ -110,20 +111,6 @@ bool closedByPeer(int fd) {
     if (n <= 0) return true;
   }
   return false;
-}
-
-// Waits (at most two seconds) for a child process; its exit status, or -1.
-int waitChild(pid_t child) {
-  for (int i = 0; i < 200; ++i) {
-    int status = 0;
-    if (::waitpid(child, &status, WNOHANG) == child) {
-      return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    std::this_thread::sleep_for(10ms);
-  }
-  ::kill(child, SIGKILL);
-  ::waitpid(child, nullptr, 0);
-  return -1;
 }
 
 // ---- Framing ---------------------------------------------------------------------------------
@@ -447,22 +434,7 @@ TEST(BusServerTest, RefusesPeersOfAnotherUser) {
   ASSERT_EQ(::chmod(bus.socketPath(kEcho).c_str(), 0666), 0);
   const std::string path = bus.socketPath(kEcho);
   const std::string frame = encodeBusFrame(requestHeader(1), "hello");
-  const pid_t child = ::fork();
-  if (child == 0) {
-    // Only system calls from here: the child of a threaded process.
-    if (::syscall(SYS_setresuid, 65534, 65534, 65534) != 0) ::_exit(3);
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path.data(), path.size());
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) ::_exit(4);
-    ::send(fd, frame.data(), frame.size(), MSG_NOSIGNAL);
-    char buffer[64];
-    const ssize_t n = ::recv(fd, buffer, sizeof buffer, 0);
-    ::_exit(n <= 0 ? 0 : 1);
-  }
-  ASSERT_GT(child, 0);
-  EXPECT_EQ(waitChild(child), 0);
+  EXPECT_EQ(hostile::sendAsAnotherUser(65534, path, frame), 0);
   EXPECT_EQ((*server)->refusedPeerCount(), 1u);
   ASSERT_EQ(::chmod(scratch.path().c_str(), 0700), 0);
 }

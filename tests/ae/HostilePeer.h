@@ -14,12 +14,16 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -141,6 +145,41 @@ inline size_t openDescriptorCount() {
     ++count;
   // The iterator's own descriptor was open while it counted.
   return count - 1;
+}
+
+// Connects to `socketPath` from a forked child running as user and group `id`, sends `bytes`
+// and waits (at most five seconds) for the child. Answers its exit status: 0 when the
+// connection was closed without an answer, 1 when something came back, 3 when the child could
+// not become `id` (that needs root), 4 when it could not connect; -1 when it did not end in time
+// (it is then killed).
+inline int sendAsAnotherUser(uid_t id, const std::string& socketPath, std::string_view bytes) {
+  const pid_t child = ::fork();
+  if (child < 0) return -1;
+  if (child == 0) {
+    // Only system calls from here: this is the child of a threaded process.
+    if (::syscall(SYS_setresgid, id, id, id) != 0 || ::syscall(SYS_setresuid, id, id, id) != 0) {
+      ::_exit(3);
+    }
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, socketPath.data(), socketPath.size());
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) ::_exit(4);
+    ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    char buffer[64];
+    const ssize_t n = ::recv(fd, buffer, sizeof buffer, 0);
+    ::_exit(n <= 0 ? 0 : 1);
+  }
+  for (int i = 0; i < 500; ++i) {
+    int status = 0;
+    if (::waitpid(child, &status, WNOHANG) == child) {
+      return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+  return -1;
 }
 
 // ---- The peer ---------------------------------------------------------------------------------
