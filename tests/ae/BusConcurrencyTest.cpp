@@ -22,6 +22,7 @@
 #include "rvitunes/ae/BusServer.h"
 #include "rvitunes/ae/EventManager.h"
 #include "rvitunes/ae/Printer.h"
+#include "support/ScratchFolder.h"
 
 namespace rvitunes::ae {
 namespace {
@@ -32,23 +33,7 @@ using Clock = std::chrono::steady_clock;
 constexpr OSType kEcho = fourCharCode("echo");
 constexpr OSType kPlayer = fourCharCode("hook");
 
-class ScratchDirectory {
- public:
-  ScratchDirectory() {
-    std::string pattern = "/tmp/rvbusmt-XXXXXX";
-    path_ = ::mkdtemp(pattern.data()) != nullptr ? pattern : "";
-  }
-  ~ScratchDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  ScratchDirectory(const ScratchDirectory&) = delete;
-  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
+using testing::support::ScratchFolder;
 
 // Return IDs unique in this test program, as the event manager makes them.
 int32_t nextReturnID() {
@@ -122,7 +107,7 @@ class BusConcurrencyTest : public ::testing::Test {
     connection_ = *connected;
   }
 
-  ScratchDirectory scratch_;
+  ScratchFolder scratch_{"rvbusmt"};
   std::optional<BusDirectory> bus_;
   std::unique_ptr<EchoServer> server_;
   std::shared_ptr<BusConnection> connection_;
@@ -335,7 +320,7 @@ class EventManagerConcurrencyTest : public ::testing::Test {
   void TearDown() override { EventManager::setDefaultTimeout(60s); }
   EventManager::Options options() const { return {scratch_.path() + "/bus"}; }
 
-  ScratchDirectory scratch_;
+  ScratchFolder scratch_{"rvbusmt"};
 };
 
 TEST_F(EventManagerConcurrencyTest, FirstSendersShareOneConnectionAndEveryReplyModeWorks) {

@@ -12,6 +12,7 @@
 
 #include "JsonCheck.h"
 #include "ToolRunner.h"
+#include "support/ScratchFolder.h"
 
 namespace rvitunes::testing {
 namespace {
@@ -20,9 +21,7 @@ namespace {
 class CommandLineTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = std::filesystem::temp_directory_path() / "rvitunes-cli-conv.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir_ = pattern;
+    ASSERT_FALSE(dir_.empty());
     std::filesystem::create_directories(dir_ + "/run");
     std::filesystem::create_directories(dir_ + "/home");
     for (const char* name : {"XDG_RUNTIME_DIR", "HOME", "XDG_CONFIG_HOME"}) {
@@ -41,8 +40,6 @@ class CommandLineTest : public ::testing::Test {
         unsetenv(name.c_str());
       }
     }
-    std::error_code ignored;
-    std::filesystem::remove_all(dir_, ignored);
   }
   std::string write(const std::string& name, const std::string& text) {
     const std::string path = dir_ + "/" + name;
@@ -50,7 +47,8 @@ class CommandLineTest : public ::testing::Test {
     return path;
   }
 
-  std::string dir_;
+  support::ScratchFolder scratch_{"rvitunes-cli-conv"};
+  const std::string& dir_ = scratch_.path();
   std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
 };
 

@@ -20,6 +20,7 @@
 #include "rvitunes/ae/EventManager.h"
 #include "rvitunes/ae/Printer.h"
 #include "rvitunes/helper/AppleScript.h"
+#include "support/ScratchFolder.h"
 
 namespace rvitunes {
 namespace {
@@ -31,8 +32,6 @@ namespace fs = std::filesystem;
 class Canary {
  public:
   Canary() {
-    std::string pattern = (fs::temp_directory_path() / "rvscript-canary.XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) folder_ = pattern;
     EXPECT_FALSE(folder_.empty());
     path_ = folder_ + "/canary";
     const std::string bin = folder_ + "/bin";
@@ -47,11 +46,7 @@ class Canary {
     savedPath_ = saved != nullptr ? saved : "";
     ::setenv("PATH", (bin + ":" + savedPath_).c_str(), 1);
   }
-  ~Canary() {
-    ::setenv("PATH", savedPath_.c_str(), 1);
-    std::error_code ignored;
-    fs::remove_all(folder_, ignored);
-  }
+  ~Canary() { ::setenv("PATH", savedPath_.c_str(), 1); }
   Canary(const Canary&) = delete;
   Canary& operator=(const Canary&) = delete;
 
@@ -67,7 +62,8 @@ class Canary {
   }
 
  private:
-  std::string folder_;
+  rvitunes::testing::support::ScratchFolder scratch_{"rvscript-canary"};
+  const std::string& folder_ = scratch_.path();
   std::string path_;
   std::string savedPath_;
 };
