@@ -49,7 +49,9 @@ constexpr const char* kLibraryUsage =
     "                            file exists, else the first existing entry of the iApps list\n"
     "                            of recent libraries, else ~/Music/iTunes/iTunes Music\n"
     "                            Library.xml; when that is missing too, ask (see --dialogs).\n"
-    "                            The file found is remembered for next time.\n"
+    "                            The file found is remembered for next time; --json also\n"
+    "                            says where it came from (\"source\": user default, iApps\n"
+    "                            list, default location or chosen by the user).\n"
     "  playlists [--flags MASK]  the playlists kept under the show flags MASK, in file order\n"
     "  tracks PLAYLIST_ID [--flags MASK]\n"
     "                            the tracks of the kept playlist with that Playlist ID\n"
@@ -256,12 +258,33 @@ void printTracksTable(const std::vector<plist::Value>& tracks) {
 
 // --- subcommands -------------------------------------------------------------------------------
 
+// Where the framework's lookup found `path`, told by the same order it follows: the stored
+// choice while its file exists, the iApps list, the default location, else the user's answer.
+// `stored` and `fromList` are read before the lookup, which stores what it finds.
+std::string pathSource(const std::string& path, const std::optional<std::string>& stored,
+                       const std::optional<std::string>& fromList) {
+  FileSystem& files = FileSystem::defaultFileSystem();
+  if (stored && files.fileExists(*stored)) return "user default";
+  if (fromList && *fromList == path) return "iApps list";
+  if (!fromList && path == RVITunesHelper::sharediTunesHelper()->defaultiTunesXmlPath())
+    return "default location";
+  return "chosen by the user";
+}
+
 int showPath(bool asJson) {
-  std::optional<std::string> found =
-      RVITunesHelper::sharediTunesHelper()->playlistLibraryFilePath();
+  std::shared_ptr<RVITunesHelper> helper = RVITunesHelper::sharediTunesHelper();
+  const std::optional<std::string> stored =
+      platform::UserDefaults::standardUserDefaults()->stringForKey(kiTunesLibraryXMLPathKey);
+  const std::optional<std::string> fromList = helper->enumeratorPropertyList();
+  std::optional<std::string> found = helper->playlistLibraryFilePath();
   if (!found) return noLibraryFile(false);
   if (asJson) {
-    JsonOut().beginObject().field("path", *found).endObject().print();
+    JsonOut()
+        .beginObject()
+        .field("path", *found)
+        .field("source", pathSource(*found, stored, fromList))
+        .endObject()
+        .print();
   } else {
     std::printf("%s\n", found->c_str());
   }

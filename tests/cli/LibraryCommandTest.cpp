@@ -208,9 +208,25 @@ TEST_F(LibraryCommand, PathFindsTheDefaultLocationAndRemembersIt) {
   std::ofstream(library) << "<plist version=\"1.0\"><dict/></plist>";
   ASSERT_EQ(run({"library", "path", "--dialogs", "none"}), 0) << err();
   EXPECT_EQ(out(), library + "\n");
+  EXPECT_NE(slurp(dir_ + "/home/.config/rvitunes/rvitunes.plist").find(library), std::string::npos);
+  // The first run stored the file, so the next one finds it there.
   ASSERT_EQ(run({"library", "path", "--json"}), 0) << err();
   EXPECT_EQ(jsonOutput()["path"].text, library);
-  EXPECT_NE(slurp(dir_ + "/home/.config/rvitunes/rvitunes.plist").find(library), std::string::npos);
+  EXPECT_EQ(jsonOutput()["source"].text, "user default");
+  std::filesystem::remove(dir_ + "/home/.config/rvitunes/rvitunes.plist");
+  ASSERT_EQ(run({"library", "path", "--json"}), 0) << err();
+  EXPECT_EQ(jsonOutput()["source"].text, "default location");
+
+  std::string listed = dir_ + "/listed.xml";
+  std::ofstream(listed) << "<plist version=\"1.0\"><dict/></plist>";
+  std::filesystem::create_directories(dir_ + "/home/Library/Preferences");
+  std::ofstream(dir_ + "/home/Library/Preferences/com.apple.iApps.plist")
+      << "<plist version=\"1.0\"><dict><key>iTunesRecentDatabases</key><array><string>file://"
+      << listed << "</string></array></dict></plist>";
+  std::filesystem::remove(dir_ + "/home/.config/rvitunes/rvitunes.plist");
+  ASSERT_EQ(run({"library", "path", "--json"}), 0) << err();
+  EXPECT_EQ(jsonOutput()["path"].text, listed);
+  EXPECT_EQ(jsonOutput()["source"].text, "iApps list");
 }
 
 // A library of `tracks` tracks and one playlist per persistent ID.
