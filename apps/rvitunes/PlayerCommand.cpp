@@ -82,6 +82,8 @@ constexpr const char* kPlayerUsage =
     "\n"
     "  PID and PLAYLIST are persistent IDs in hexadecimal (as the listings show them);\n"
     "  PLAYLIST may also be \"library\".\n"
+    "  Track lists (tracks, search, add, selection) print a line per track: persistent ID,\n"
+    "  name, artist, album and time, separated by tabs.\n"
     "\n"
     "options:\n"
     "  --json             one JSON document instead of text, for every command that prints\n"
@@ -383,6 +385,12 @@ class Session {
     std::fflush(stdout);
     std::fprintf(stderr, "rvitunes player %s: %s\n", command_.c_str(), reason.c_str());
     return kExitFailure;
+  }
+  // Writes "rvitunes player COMMAND: text" to stderr: a remark that is not a failure, such as
+  // an empty answer, which would otherwise print nothing at all.
+  void remark(const std::string& text) const {
+    std::fflush(stdout);
+    std::fprintf(stderr, "rvitunes player %s: %s\n", command_.c_str(), text.c_str());
   }
   // Fails with the framework's last diagnostic when something was logged since `mark`.
   std::optional<int> failIfLogged(size_t mark, const std::string& what) const {
@@ -848,7 +856,9 @@ int tracks(Control& c) {
   int status = kExitOk;
   const auto playlist = findPlaylist(c.session, c.operands[0], &status);
   if (!playlist) return status;
-  return printTracks(playlist->tracks(), c.json);
+  const auto listed = playlist->tracks();
+  if (listed.empty() && !c.json) c.session.remark("the playlist has no tracks");
+  return printTracks(listed, c.json);
 }
 
 int track(Control& c) {
@@ -938,6 +948,7 @@ int search(Control& c) {
     return c.session.fail(lines.empty() ? "the search failed"
                                         : "the search failed: " + lines.back());
   }
+  if (found->empty() && !c.json) c.session.remark("no track matches \"" + c.operands[0] + "\"");
   return printTracks(*found, c.json);
 }
 
@@ -973,6 +984,7 @@ int selection(Control& c) {
     return c.session.fail(lines.empty() ? "the player did not tell its selection"
                                         : "the player did not tell its selection: " + lines.back());
   }
+  if (selected->empty() && !c.json) c.session.remark("nothing is selected");
   return printTracks(*selected, c.json);
 }
 

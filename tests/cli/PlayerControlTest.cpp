@@ -246,6 +246,11 @@ TEST_F(PlayerControlTest, PlaylistsTracksPropertiesSearchAndAdd) {
             "00000000000ABCDE\tcoda\tAnn\t\t3:20\n");
   EXPECT_EQ(player("search bo --in 220").out, "000000000000B302\tBolero\tBo\t\t3:20\n");
   EXPECT_EQ(player("search zzz --json").out, "[]\n");
+  // An empty answer says so on standard error; standard output stays empty for scripts.
+  r = player("search zzz");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "rvitunes player search: no track matches \"zzz\"\n");
+  EXPECT_EQ(runToolSeparately("player search zzz").out, "");
 
   r = player("add '" + dir_ + "/new.mp3' --to 220");
   EXPECT_EQ(r.status, 0) << r.out;
