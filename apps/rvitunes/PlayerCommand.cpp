@@ -380,17 +380,17 @@ class Session {
   size_t mark() const { return sink_->count(); }
   std::vector<std::string> linesSince(size_t mark) const { return sink_->since(mark); }
 
-  // Writes "rvitunes player COMMAND: reason" to stderr; answers the failure status.
-  int fail(const std::string& reason) const {
-    std::fflush(stdout);
-    std::fprintf(stderr, "rvitunes player %s: %s\n", command_.c_str(), reason.c_str());
-    return kExitFailure;
-  }
-  // Writes "rvitunes player COMMAND: text" to stderr: a remark that is not a failure, such as
-  // an empty answer, which would otherwise print nothing at all.
+  // Writes "rvitunes player COMMAND: text" to stderr, after what stdout holds so far: a failure's
+  // reason, or a remark that is not a failure, such as an empty answer, which would otherwise
+  // print nothing at all.
   void remark(const std::string& text) const {
     std::fflush(stdout);
     std::fprintf(stderr, "rvitunes player %s: %s\n", command_.c_str(), text.c_str());
+  }
+  // Writes the reason as remark() does; answers the failure status.
+  int fail(const std::string& reason) const {
+    remark(reason);
+    return kExitFailure;
   }
   // Fails with the framework's last diagnostic when something was logged since `mark`.
   std::optional<int> failIfLogged(size_t mark, const std::string& what) const {
